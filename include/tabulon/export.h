@@ -1,0 +1,8 @@
+#pragma once
+
+// Symbols of libtabulon that hosts may use.
+#if defined(_WIN32)
+#define TABULON_EXPORT __declspec(dllexport)
+#else
+#define TABULON_EXPORT __attribute__((visibility("default")))
+#endif
