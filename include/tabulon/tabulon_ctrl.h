@@ -1,0 +1,199 @@
+// TabulonCtrl: complete jobs on spreadsheet files, done by an office suite that
+// the control starts, drives and quits by itself, plus fast post-processing of
+// delimited text files through the text library libravelin.so.
+//
+// Include only the headers of include/tabulon/ (and include/ravelin/ for the
+// text library's C interface).
+//
+// Calling convention
+// - Every method argument is passed by non-const reference; a method rewrites
+//   an argument exactly where its description says so (a blank sheet list
+//   becomes "*", quotes are removed from names, ...).
+// - Working methods return a result code (result_codes.h): 0 on success, a
+//   negative code on failure. A failure also stores the code's message in
+//   ErrorString and, where the method says so, calls the OnError sinks. A
+//   success leaves ErrorString as it was: look at the code, not the text.
+// - A few failures are thrown as tabulon::AutomationError instead (a bad index
+//   into a result list, a missing text library or entry point).
+// - One control serves one thread; calls must not overlap.
+//
+// Properties are get_Name()/put_Name(value) pairs; read-only ones have only a
+// get_. A default-constructed control is a new instance with every default
+// applied; a control constructed from a property bag is a loaded instance
+// (see ReadProperties).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "tabulon/automation_error.h"
+#include "tabulon/export.h"
+#include "tabulon/property_bag.h"
+#include "tabulon/result_codes.h"
+
+namespace tabulon {
+
+namespace office {
+class Factory;
+}
+
+// How a control reaches the outside world. The defaults are what hosts want;
+// tests replace them.
+struct ControlOptions {
+  // Starts the office applications. Null: LibreOffice, found through the
+  // TABULON_OFFICE environment variable or /usr/lib/libreoffice/program.
+  std::shared_ptr<office::Factory> office;
+  // Folder that holds libravelin.so. Empty: the library is loaded by name,
+  // found beside libtabulon.so or on the usual search path.
+  std::string text_library_folder;
+};
+
+class TABULON_EXPORT TabulonCtrl {
+ public:
+  // A new instance: every property has its default (see below).
+  TabulonCtrl();
+  explicit TabulonCtrl(ControlOptions options);
+  // A loaded instance: starts from zero values and runs ReadProperties(bag).
+  explicit TabulonCtrl(PropertyBag& bag, ControlOptions options = {});
+  // Terminate: runs StateFileSave when UseStateFile is True; quits any office
+  // the control still holds.
+  ~TabulonCtrl();
+  TabulonCtrl(const TabulonCtrl&) = delete;
+  TabulonCtrl& operator=(const TabulonCtrl&) = delete;
+
+  // ---- Container events ----
+  // Applies every default (the constructor of a new instance does this).
+  void InitProperties();
+  // Reads "msStateFile" into StateFile and "bUseStateFile" into UseStateFile.
+  // If UseStateFile is then False, every property is reset to its default
+  // (StateFile becomes the default path and UseStateFile True again);
+  // otherwise nothing else is applied: the other properties keep their zero
+  // values (CO_DelimitationCharacter 0, ErrorString empty).
+  void ReadProperties(PropertyBag& bag);
+  // Writes "msStateFile" (text) and "bUseStateFile" (Boolean).
+  void WriteProperties(PropertyBag& bag);
+
+  // ---- Properties ----
+  // Defaults of a new instance in brackets.
+  int32_t get_CO_DelimitationCharacter();  // [44] field separator code; 0: none
+  void put_CO_DelimitationCharacter(int32_t value);
+  bool get_CO_MultiFileOutput();  // [false] one file per sheet, never merged
+  void put_CO_MultiFileOutput(bool value);
+  std::string get_CO_Range();  // [""] range converted from each sheet; "" or "*": used area
+  void put_CO_Range(const std::string& value);
+  bool get_Verbose();  // [false] given to the office's alert switches at start
+  void put_Verbose(bool value);
+  std::string get_StateFile();  // [$XDG_CONFIG_HOME/Brevant, Inc/Tabu.INI]
+  void put_StateFile(const std::string& value);
+  bool get_UseStateFile();  // [true]
+  void put_UseStateFile(bool value);
+  std::string get_ErrorString();  // [" "] message of the last failure; never cleared
+  void put_ErrorString(const std::string& value);
+  // [false] Keep the office running between calls. Setting True starts both
+  // spreadsheet applications and reads back True only if both started;
+  // setting False quits every office the control holds.
+  bool get_OptimizeForSpeed();
+  void put_OptimizeForSpeed(bool value);
+  bool get_SkipEmptySheets();  // [false] conversion skips sheets with nothing in them
+  void put_SkipEmptySheets(bool value);
+  // The office suite's version and build number (7.4 and 2 for "7.4.7.2");
+  // 0 and an OnError -3 when no office can be started.
+  double get_ExcelVersion();
+  double get_ExcelBuild();
+  std::string get_InputFile_PassWord();  // [""] password of the source workbook
+  void put_InputFile_PassWord(const std::string& value);
+  std::string get_InputFile_PassWord_TW();  // [""] its write-reservation password
+  void put_InputFile_PassWord_TW(const std::string& value);
+  // [""] Reading this property does not return the output password: it copies
+  // the stored output password into InputFile_PassWord_TW and returns "".
+  std::string get_OutputFile_PassWord();
+  void put_OutputFile_PassWord(const std::string& value);
+  std::string get_OutputFile_PassWord_TW();  // [""]
+  void put_OutputFile_PassWord_TW(const std::string& value);
+  bool get_MultifileProcessing();  // always false, whatever was stored
+  void put_MultifileProcessing(bool value);
+  // The control's size always equals its icon's; a resize snaps back.
+  int32_t get_Width();
+  int32_t get_Height();
+  void put_Width(int32_t value);
+  void put_Height(int32_t value);
+
+  // ---- Result lists of the last conversion (1-based) ----
+  // An index below 1 or above the count throws AutomationError 5.
+  int32_t get_FilesJustCreatedCount();
+  std::string get_FilesJustCreated(int32_t lIndex);
+  int32_t get_SheetsJustProcessedCount();
+  std::string get_SheetsJustProcessed(int32_t lIndex);
+
+  // ---- The OnError event ----
+  // A sink is called synchronously, on the caller's thread, with the code the
+  // method is about to return and the message just stored in ErrorString.
+  // Sinks run in the order they were added.
+  using OnErrorSink = std::function<void(int32_t& lErr, std::string& sErr)>;
+  uint32_t AdviseOnError(OnErrorSink sink);  // returns a cookie
+  void UnadviseOnError(uint32_t cookie);
+
+  // ---- The office ----
+  // True when a spreadsheet (word-processor) application can be started. The
+  // first answer is kept for the life of the control.
+  bool ExcelIsInstalled();
+  bool WordIsInstalled();
+
+  // ---- State file and translation ----
+  std::monostate StateFileSave();  // does nothing
+  std::monostate StateFileLoad();  // does nothing
+  // Keeps both settings for the dialogs' translation; always returns false.
+  bool InitTranslator(std::string& sParentIniFile, std::string& sLanguageFile);
+
+  // ---- Conversion and sheet discovery ----
+  // Opens sSourceFile and saves all or the listed sheets (sSheets: "*" or "",
+  // numbers and ranges "1-3,5", or names "Sheet1","Totals") as lTargetType
+  // (an XlFileFormat number: 6 CSV, 51 xlsx, -4143 xls, 60 ods, 57 pdf, ...).
+  // Several sheets go to "<folder><base>-<number or name>.<ext>"; for text
+  // formats those are joined into sTargetFile unless CO_MultiFileOutput.
+  // bDoFormula: write formulas instead of values. Fills FilesJustCreated and
+  // SheetsJustProcessed. Rewrites sSheets ("" becomes "*").
+  // Codes: -2 missing source, -3/-4 office, -11 "Invalid Sheet Specified."
+  int32_t OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheets, std::string& sTargetFile,
+                        int32_t& lTargetType, bool& bDoFormula);
+  // True when the sheet list names sheets (or is "*"); a blank list becomes "*".
+  bool bDetectNamedSheets(std::string& sSheetsIn);
+  // Writes the names of the listed sheets of spath into sSheetNames, which the
+  // caller sizes (it is never resized; a full array ends the walk). Returns
+  // the number of names, or -202, -11, -3 or -4.
+  int32_t GetSheetNames(std::string& spath, std::string& sSheets, std::vector<std::string>& sSheetNames);
+
+  // ---- Text methods (libravelin.so) ----
+  // Each returns the text library's result unchanged (0 success, its negative
+  // codes otherwise), sets no ErrorString and raises no event. Text arguments
+  // travel in the system's 8-bit character set and are written back.
+  int32_t txtChangeCharacterIgnoreWithinQuotes(std::string& sInputFile, std::string& sOutputFile,
+                                               std::string& sChar, std::string& sCharReplace);
+  int32_t csvEncaseEachFieldWithQuotes(std::string& sPathOriginal, std::string& sPathTarget);
+  int32_t csvChangeDelimitationCharacter(std::string& sInputFile, std::string& sOutputFile, std::string& sChar);
+  int32_t csvPadWithSpaces(std::string& sInputFile, std::string& sOutputFile);
+  int32_t csvRemoveEmptyLines(std::string& sInputFile, std::string& sOutputFile);
+  int32_t csvCropCSVFileRows(std::string& sInputFile, std::string& sOutputFile, std::string& sRowsToUse);
+  int32_t csvCropCSVFileCols(std::string& sInputFile, std::string& sOutputFile, std::string& sColsToUse);
+  int32_t csvPadForFixedLengthFields(std::string& sInputFile, std::string& sOutputFile, int32_t& lLength,
+                                     std::string& sCharToUse, bool& bPadLeft, std::string& sColumn);
+  int32_t csvRemoveControlCharactersFromFile(std::string& sInputFile, std::string& sOutputFile);
+  int32_t csvTrimCSVFile(std::string& sInputFile, std::string& sOutputFile);
+  // Appends sTargetFile's text to sSourceFile.
+  int32_t ConcatenateTwoTextFiles(std::string& sSourceFile, std::string& sTargetFile);
+  int32_t ConcatenateTwoTextFilesEx(std::string& sSourceFile, std::string& sTargetFile, int32_t& lAddPageBreak,
+                                    int32_t& lPlaceFilePath);
+  int32_t DeleteEmptyLinesFromTextFile(std::string& sSourceFile, std::string& sTargetFile);
+  bool IsFileUnicode(std::string& sFileToTest);
+
+  struct State;  // the control's fields; defined inside the library
+
+ private:
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace tabulon

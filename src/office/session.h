@@ -1,0 +1,66 @@
+// The control's office session: the application objects it holds, the
+// install probes with their per-instance caches, and the routines that start,
+// configure and quit the applications. Each routine answers with a plain
+// success flag; office errors never leave them. The calling method turns a
+// false into its own result code (-3/-4, -12/-13).
+#pragma once
+
+#include <memory>
+
+#include "office/office.h"
+
+namespace tabulon::office {
+
+// The control's fields the session reads or sets. They belong to the control
+// (its property reset clears them), the session only refers to them.
+struct SessionFlags {
+  bool verbose = false;
+  bool optimize_for_speed = false;
+  bool excel_known_installed = false;
+};
+
+class Session {
+ public:
+  Session(std::shared_ptr<Factory> factory, SessionFlags& flags);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // Probes start an application once per session and end it again before
+  // they return; the answer is kept for the life of the session. The
+  // spreadsheet probe is skipped once an application was created.
+  bool ExcelIsInstalled();
+  bool WordIsInstalled();
+
+  // Create reuses a running application (settings are not applied again).
+  // Destroy leaves it running while optimize_for_speed is set.
+  bool CreateExcel();
+  bool DestroyExcel();
+  bool CreateExcelTarget();
+  bool DestroyExcelTarget();
+  bool CreateWord();
+  bool DestroyWord();
+  bool WordIsAlive();
+
+  Application* xlApp() { return xl_app_.get(); }
+  Application* xlAppTarget() { return xl_app_target_.get(); }
+  WordApplication* wdApp() { return wd_app_.get(); }
+  bool ExcelCreated() const { return xl_app_ != nullptr; }
+  bool ExcelTargetCreated() const { return xl_app_target_ != nullptr; }
+
+ private:
+  bool CreateExcelInto(std::unique_ptr<Application>& app);
+  bool DestroyExcelIn(std::unique_ptr<Application>& app);
+
+  std::shared_ptr<Factory> factory_;
+  SessionFlags& flags_;
+  std::unique_ptr<Application> xl_app_;
+  std::unique_ptr<Application> xl_app_target_;
+  std::unique_ptr<WordApplication> wd_app_;
+  bool excel_probed_ = false;
+  bool excel_probe_result_ = false;
+  bool word_probed_ = false;
+  bool word_probe_result_ = false;
+};
+
+}  // namespace tabulon::office
