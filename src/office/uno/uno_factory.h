@@ -1,0 +1,111 @@
+// The LibreOffice backend of the office object model (office.h).
+//
+// What it does
+// - Every application object (CreateExcel, CreateWord) is one soffice.bin of
+//   its own, started here with a fresh profile folder, its own pipe name and
+//   its own process group, under LANG/LC_ALL=en_US.UTF-8 (C.UTF-8 when the
+//   system has no en_US.UTF-8; filters and number formats still get en-US).
+//   The first start of a fresh profile exits with code 81 and is started
+//   again. The office is reached over a UNO bridge on that pipe.
+// - Nothing is ever left running: Quit asks the office to terminate, waits a
+//   bounded time, then kills its process group; the destructor of an
+//   application object kills whatever is left and removes the profile. The
+//   office is also killed by the kernel if this program dies (it is forked
+//   from a launcher thread that lives as long as the program).
+// - Every office call runs under a watchdog: when it has not returned within
+//   the call time limit, the office is killed and the call throws
+//   Error(kTimeout). This does not depend on the office answering (a stopped
+//   office fails the same way). A call to an office that died throws
+//   Error(kDied); that application is never used again (IsAlive() false).
+// - A long-lived application restarts its office after `recycle_after`
+//   documents opened or added, at the next Workbooks.Open/Add that finds no
+//   workbook open, so the office's memory growth stays bounded.
+// - Formulas cross this backend in Excel syntax (A1, English names, ","),
+//   converted both ways through the office's formula parser.
+// - SaveAs maps every XlFileFormat number through one table (file_formats.h)
+//   and finishes text outputs itself (delimiter, character set, byte-order
+//   mark, line ends, .prn padding) in a temporary file beside the target that
+//   is renamed into place, so a failed save leaves nothing half written.
+//
+// Limits (deviations from the Excel object model)
+// - Value set with text never parses it: "00123" stays text, "=1" stays text.
+// - New workbooks have one sheet, "Sheet1"; new sheets are named SheetN with
+//   the first free N above the sheet count.
+// - SetName with a duplicate or invalid name leaves the old name (read back).
+// - Copy/Paste use the backend's own clipboard: values and formulas (with
+//   relative references moved), transposition; cell formatting is kept only
+//   for a whole-range paste inside the same workbook without transposition.
+//   A Word table pastes as its cell text, without Word's formatting.
+// - SaveAs with a password writes only formats the office can encrypt (.xls,
+//   .xlt, .ods); any other format asked for a password throws. A write
+//   reservation password on SaveAs throws "not supported". On Open, a write
+//   reservation password has no effect.
+// - Application.Run runs Basic macros of open documents (Lib.Module.Sub or
+//   Module.Sub or Sub); a Basic error inside the macro is not reported.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "office/office.h"
+
+namespace tabulon::office::uno {
+
+struct UnoOptions {
+  // The office's program folder or the path of soffice/soffice.bin in it.
+  // Empty: the environment variable TABULON_OFFICE, else
+  // /usr/lib/libreoffice/program.
+  std::string program_dir;
+  // Longest time one office call may take before the office is killed and
+  // the call throws Error(kTimeout).
+  std::chrono::milliseconds call_time_limit{60000};
+  // Longest time from starting the office to a working connection.
+  std::chrono::milliseconds start_time_limit{60000};
+  // Longest wait for the office to exit after Quit before it is killed.
+  std::chrono::milliseconds quit_time_limit{10000};
+  // Documents opened or added before the office is restarted at the next
+  // moment it has no open workbook; 0 never restarts.
+  int32_t recycle_after = 200;
+};
+
+// One recorded alert or prompt switch, in the order the switches were set.
+struct SwitchRecord {
+  std::string name;  // "DisplayAlerts", "EnableEvents", "Visible", ...
+  int32_t value;     // True = 1, False = 0; Word's DisplayAlerts as given
+  bool operator==(const SwitchRecord&) const = default;
+};
+
+// What the backend's spreadsheet application offers beyond office.h, for
+// tests and for the control's diagnostics.
+class UnoApplication : public Application {
+ public:
+  virtual int32_t ProcessId() = 0;  // the current office process (changes on recycling)
+  virtual std::vector<SwitchRecord> Switches() = 0;
+  virtual bool DisplayFormulas() = 0;  // of the active workbook's window
+  virtual void SetCallTimeLimit(std::chrono::milliseconds limit) = 0;
+  virtual int32_t OfficeStarts() = 0;  // 1 after creation, +1 per recycling
+};
+
+class UnoWordApplication : public WordApplication {
+ public:
+  virtual int32_t ProcessId() = 0;
+  virtual std::vector<SwitchRecord> Switches() = 0;
+  virtual void SetCallTimeLimit(std::chrono::milliseconds limit) = 0;
+  virtual bool IsAlive() = 0;
+};
+
+class UnoFactory : public Factory {
+ public:
+  std::unique_ptr<Application> CreateExcel() override { return CreateUnoExcel(); }
+  std::unique_ptr<WordApplication> CreateWord() override { return CreateUnoWord(); }
+  virtual std::unique_ptr<UnoApplication> CreateUnoExcel() = 0;
+  virtual std::unique_ptr<UnoWordApplication> CreateUnoWord() = 0;
+};
+
+std::shared_ptr<UnoFactory> MakeUnoFactory(UnoOptions options = {});
+
+}  // namespace tabulon::office::uno
