@@ -1,0 +1,126 @@
+#include "convert/sheet_discovery.h"
+
+#include <optional>
+
+#include "control/workbook_frame.h"
+#include "convert/sheet_lookup.h"
+#include "convert/sheet_spec.h"
+
+namespace tabulon {
+
+namespace {
+
+// A store into the caller's array past its end: the walk ends there, as a
+// failed store into a fixed array ends it.
+struct ArrayFull {};
+
+class NameSink {
+ public:
+  explicit NameSink(std::vector<std::string>& names) : names_(names) {}
+  void Store(const std::string& name) {
+    if (stored_ >= names_.size()) throw ArrayFull{};
+    names_[stored_++] = name;
+  }
+  int32_t stored() const { return static_cast<int32_t>(stored_); }
+
+ private:
+  std::vector<std::string>& names_;
+  size_t stored_ = 0;
+};
+
+}  // namespace
+
+int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, std::string& list,
+                          std::vector<std::string>& names, bool input_passwords) {
+  WorkbookFrame frame(state);
+  if (int32_t code = frame.CheckSource(path, msg::kOriginalFileMissing); code != kSuccess) return code;
+  if (list.empty()) return state.Fail(kInvalidSheet, msg::kInvalidSheetSpecifiedEmpty);
+  office::Application* app = frame.StartExcel();
+  if (app == nullptr) return kExcelNotCreated;
+
+  int32_t code = kSuccess;
+  NameSink sink(names);
+  frame.Trap([&] {
+    office::OpenOptions options = frame.SourceOpenOptions(path, path, input_passwords);
+    options.read_only = true;
+    app->GetWorkbooks().Open(path, options);
+    office::Workbook& book = app->GetWorkbooks().Item(1);
+    try {
+      if (!DetectNamedSheets(state.text_library, list)) {
+        SheetTodoList pairs{};
+        const int32_t count = FillSheetTodoList(state.text_library, list, pairs);
+        // The name tried when a number finds no sheet is the list itself, the
+        // same for every number: look it up once.
+        std::optional<std::string> fallback_name;
+        bool fallback_tried = false;
+        auto fallback = [&]() -> const std::optional<std::string>& {
+          if (!fallback_tried) {
+            fallback_tried = true;
+            if (auto sheet = GetSheetByName(book, list)) fallback_name = sheet->Name();
+          }
+          return fallback_name;
+        };
+        const int64_t sheet_count = book.Sheets().Count();
+        // Visits sheet n; false when n and every number above it cannot be
+        // found, so a huge range ends at once.
+        auto visit = [&](int64_t n) {
+          if (n >= 1 && n <= sheet_count) {
+            if (auto sheet = GetSheetByIndex(book, static_cast<int32_t>(n))) {
+              sink.Store(sheet->Name());
+              return true;
+            }
+          }
+          if (const auto& name = fallback()) {
+            sink.Store(*name);
+            return true;
+          }
+          code = kInvalidSheet;
+          return n < sheet_count;
+        };
+        if (count < 2) {
+          visit(pairs[0]);
+        } else {
+          for (int32_t k = 0; k < count; ++k) {
+            for (int64_t n = pairs[2 * k]; n <= pairs[2 * k + 1]; ++n) {
+              if (!visit(n)) break;
+            }
+          }
+        }
+      } else if (list.find('*') == std::string::npos) {
+        NormaliseNameList(list);
+        for (const std::string& name : SplitNameList(list)) {
+          if (auto sheet = GetSheetByName(book, name)) {
+            sink.Store(sheet->Name());
+          } else {
+            code = kInvalidSheet;
+          }
+        }
+      } else {
+        for (int32_t n = 1;; ++n) {
+          auto sheet = GetSheetByIndex(book, n);
+          if (!sheet) break;
+          sink.Store(sheet->Name());
+        }
+      }
+    } catch (const ArrayFull&) {
+    }
+  });
+
+  if (code != kSuccess) {
+    if (code == kInvalidSheet) state.Fail(code, msg::kInvalidSheetSpecified);
+    state.RaiseOnError(code);
+  }
+  code = frame.CloseAndQuit(code, false);
+  return code != kSuccess ? code : sink.stored();
+}
+
+bool TabulonCtrl::bDetectNamedSheets(std::string& sSheetsIn) {
+  return DetectNamedSheets(state_->text_library, sSheetsIn);
+}
+
+int32_t TabulonCtrl::GetSheetNames(std::string& spath, std::string& sSheets, std::vector<std::string>& sSheetNames) {
+  return ResolveSheetNames(*state_, spath, sSheets, sSheetNames, true);
+}
+
+}  // namespace tabulon
+
