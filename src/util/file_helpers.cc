@@ -65,6 +65,10 @@ std::string SearchPattern(const std::string& path) {
 // The bare name of the first file (never a folder) that `path` matches, or ""
 // when there is none or the search fails.
 std::string FindFirstFile(const std::string& path) {
+  // A trailing "/" names a folder, never a file; glob(3) would drop it and
+  // report the file in front of it.
+  if (path.back() == '/') return std::string();
+
   // A path that names a file outright needs no search, and its name may hold
   // characters that a search would take for wildcards.
   if (IsNonFolder(path.c_str())) return BareName(path);
