@@ -1,0 +1,137 @@
+// The control's office session against a real LibreOffice started by the
+// code under test.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "office/uno/uno_factory.h"
+#include "support/office_wrappers.h"
+#include "support/processes.h"
+#include "tabulon/tabulon_ctrl.h"
+
+namespace tabulon {
+namespace {
+
+using testing::ChildOfficePids;
+using testing::OfficeSpy;
+using testing::SpyApplication;
+using testing::SpyFactory;
+
+class Session : public ::testing::Test {
+ protected:
+  void TearDown() override { EXPECT_TRUE(ChildOfficePids().empty()) << "an office was left running"; }
+
+  std::shared_ptr<SpyFactory> Spy(office::uno::UnoOptions options = {}) {
+    return std::make_shared<SpyFactory>(office::uno::MakeUnoFactory(options));
+  }
+  static ControlOptions With(std::shared_ptr<office::Factory> factory) {
+    ControlOptions o;
+    o.office = std::move(factory);
+    return o;
+  }
+};
+
+TEST_F(Session, ProbesVersionAndBuildLeaveNoOfficeBehind) {
+  auto factory = Spy();
+  TabulonCtrl c(With(factory));
+  EXPECT_TRUE(c.ExcelIsInstalled());
+  EXPECT_TRUE(ChildOfficePids().empty());  // the probe ends its office before answering
+  EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  EXPECT_DOUBLE_EQ(c.get_ExcelBuild(), 2.0);
+  EXPECT_TRUE(ChildOfficePids().empty());
+  // The probe, then one application for each property read.
+  EXPECT_EQ(factory->spy().excel_created, 3);
+  EXPECT_EQ(factory->spy().quits, 2);
+  EXPECT_TRUE(c.WordIsInstalled());
+  EXPECT_TRUE(ChildOfficePids().empty());
+  EXPECT_EQ(c.get_ErrorString(), " ");
+}
+
+TEST_F(Session, OptimizeForSpeedKeepsOneOfficePerApplicationUntilSetFalse) {
+  auto factory = Spy();
+  TabulonCtrl c(With(factory));
+  c.put_OptimizeForSpeed(true);
+  ASSERT_TRUE(c.get_OptimizeForSpeed());
+  // The primary and the target application: two processes of their own.
+  const auto running = ChildOfficePids();
+  EXPECT_EQ(running.size(), 2u);
+  const int created = factory->spy().excel_created;
+  EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  EXPECT_DOUBLE_EQ(c.get_ExcelBuild(), 2.0);
+  EXPECT_EQ(factory->spy().excel_created, created);  // reused
+  EXPECT_EQ(ChildOfficePids(), running);
+  c.put_OptimizeForSpeed(false);
+  EXPECT_FALSE(c.get_OptimizeForSpeed());
+  EXPECT_TRUE(ChildOfficePids().empty());
+}
+
+TEST_F(Session, AnOfficeKilledBetweenCallsIsReplacedNotReused) {
+  auto factory = Spy();
+  TabulonCtrl c(With(factory));
+  c.put_OptimizeForSpeed(true);
+  ASSERT_TRUE(c.get_OptimizeForSpeed());
+  for (int pid : ChildOfficePids()) kill(pid, SIGKILL);
+  // The dead application is found and replaced by a fresh one.
+  EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  EXPECT_EQ(c.get_ErrorString(), " ");
+  c.put_OptimizeForSpeed(false);
+}
+
+TEST_F(Session, AQuitThatFailsIsMinusFourWithItsEvent) {
+  auto factory = Spy();
+  factory->spy().fail_quit = true;
+  TabulonCtrl c(With(factory));
+  std::vector<int32_t> codes;
+  c.AdviseOnError([&](int32_t& code, std::string&) { codes.push_back(code); });
+  // The number read is still returned.
+  EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  EXPECT_EQ(c.get_ErrorString(), "Unable to destroy Excel application. Is it installed?");
+  EXPECT_EQ(codes, std::vector<int32_t>{-4});
+}
+
+TEST_F(Session, AFolderWithoutAnOfficeIsNotInstalled) {
+  const auto empty = std::filesystem::temp_directory_path() / ("tabulon-no-office-" + std::to_string(getpid()));
+  std::filesystem::create_directories(empty);
+  setenv("TABULON_OFFICE", empty.c_str(), 1);
+  {
+    TabulonCtrl c;  // the default factory reads the variable
+    std::vector<int32_t> codes;
+    c.AdviseOnError([&](int32_t& code, std::string&) { codes.push_back(code); });
+    EXPECT_FALSE(c.ExcelIsInstalled());
+    EXPECT_EQ(c.get_ExcelVersion(), 0.0);
+    EXPECT_EQ(c.get_ErrorString(), "Unable to create Excel Application. Is it installed?");
+    c.put_OptimizeForSpeed(true);
+    EXPECT_FALSE(c.get_OptimizeForSpeed());
+    EXPECT_FALSE(c.WordIsInstalled());
+    EXPECT_EQ(codes, std::vector<int32_t>{-3});
+  }
+  unsetenv("TABULON_OFFICE");
+  std::filesystem::remove_all(empty);
+}
+
+TEST_F(Session, AHungOfficeBecomesAFailureWithinTheLimit) {
+  office::uno::UnoOptions options;
+  options.call_time_limit = std::chrono::milliseconds(3000);
+  auto factory = Spy(options);
+  TabulonCtrl c(With(factory));
+  c.put_OptimizeForSpeed(true);
+  ASSERT_TRUE(c.get_OptimizeForSpeed());
+  for (int pid : ChildOfficePids()) kill(pid, SIGSTOP);
+  const auto start = std::chrono::steady_clock::now();
+  // The stopped office is killed by the watchdog of the first call it gets:
+  // that call fails (no version, and the session reports the application it
+  // could not quit), and the next call gets a fresh office.
+  const double version = c.get_ExcelVersion();
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(elapsed, std::chrono::seconds(10));
+  EXPECT_EQ(version, 0.0);
+  EXPECT_EQ(c.get_ErrorString(), "Unable to destroy Excel application. Is it installed?");
+  EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  c.put_OptimizeForSpeed(false);
+}
+
+}  // namespace
+}  // namespace tabulon

@@ -1,0 +1,40 @@
+// Office processes this test process started and that are still running.
+#pragma once
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace tabulon::testing {
+
+// soffice.bin processes whose parent is this process (zombies not counted:
+// they are gone, only not yet reaped).
+inline std::vector<int> ChildOfficePids() {
+  std::vector<int> pids;
+  DIR* proc = opendir("/proc");
+  if (proc == nullptr) return pids;
+  while (dirent* entry = readdir(proc)) {
+    const int pid = std::atoi(entry->d_name);
+    if (pid <= 0) continue;
+    std::ifstream stat("/proc/" + std::string(entry->d_name) + "/stat");
+    std::string line;
+    if (!std::getline(stat, line)) continue;
+    const auto open = line.find('(');
+    const auto close = line.rfind(')');
+    if (open == std::string::npos || close == std::string::npos) continue;
+    const std::string comm = line.substr(open + 1, close - open - 1);
+    std::istringstream rest(line.substr(close + 2));
+    char state = 0;
+    int ppid = 0;
+    rest >> state >> ppid;
+    if (comm == "soffice.bin" && ppid == getpid() && state != 'Z') pids.push_back(pid);
+  }
+  closedir(proc);
+  return pids;
+}
+
+}  // namespace tabulon::testing
