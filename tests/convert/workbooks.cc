@@ -1,0 +1,150 @@
+#include "workbooks.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "office/uno/uno_factory.h"
+#include "support/processes.h"
+
+namespace tabulon::testing {
+
+namespace {
+
+using office::Block;
+
+struct Shared {
+  Fixtures fixtures;
+  std::shared_ptr<SpyFactory> factory;
+  std::unique_ptr<TabulonCtrl> control;
+};
+
+Shared* g_shared = nullptr;
+
+void SaveBook(office::Application& app, const std::string& path,
+              const std::vector<std::pair<std::string, Block>>& sheets) {
+  office::Workbook& book = app.GetWorkbooks().Add();
+  office::Worksheets& all = book.GetWorksheets();
+  std::unique_ptr<office::Worksheet> previous;
+  for (size_t i = 0; i < sheets.size(); ++i) {
+    std::unique_ptr<office::Worksheet> sheet =
+        i == 0 ? all.Item(1) : all.Add(nullptr, previous.get(), office::kXlWorksheet);
+    sheet->SetName(sheets[i].first);
+    const Block& data = sheets[i].second;
+    if (!data.empty()) {
+      const std::string corner = sheet->Cells(static_cast<int32_t>(data.size()),
+                                              static_cast<int32_t>(data[0].size()))->Address();
+      sheet->GetRange("$A$1:" + corner)->SetValue(data);
+    }
+    previous = std::move(sheet);
+  }
+  office::SaveAsOptions options;
+  options.file_format = 51;
+  book.SaveAs(path, options);
+  book.Close(false);
+}
+
+// Writes every fixture with an office of its own, quit before the tests run.
+void WriteFixtures(Fixtures& f) {
+  f.dir = std::filesystem::temp_directory_path() / ("tabulon-convert-" + std::to_string(getpid()));
+  std::filesystem::create_directories(f.dir);
+  f.three_sheets = (f.dir / "three.xlsx").string();
+  f.named_seven = (f.dir / "seven.xlsx").string();
+  f.leading_rows = (f.dir / "leading.xlsx").string();
+  f.formulas = (f.dir / "formulas.xlsx").string();
+  f.semicolons = (f.dir / "semicolons.csv").string();
+
+  auto factory = office::uno::MakeUnoFactory();
+  auto app = factory->CreateExcel();
+  SaveBook(*app, f.three_sheets,
+           {{"North", {{"name", "qty"}, {"caf\xC3\xA9", 3.0}, {"a,b", 4.0}}},
+            {"South", {{"x", "y"}, {1.0, 2.0}}},
+            {"Totals", {{"total"}, {7.0}}}});
+  SaveBook(*app, f.named_seven, {{"Data", {{"v"}, {1.0}}}, {"7", {{"seven"}, {7.0}}}, {"Blank", {}}});
+  {
+    office::Workbook& book = app->GetWorkbooks().Add();
+    auto sheet = book.GetWorksheets().Item(1);
+    sheet->GetRange("A3:B4")->SetValue(Block{{"top", "right"}, {"bottom", "last"}});
+    office::SaveAsOptions options;
+    options.file_format = 51;
+    book.SaveAs(f.leading_rows, options);
+    book.Close(false);
+  }
+  {
+    office::Workbook& book = app->GetWorkbooks().Add();
+    auto sheet = book.GetWorksheets().Item(1);
+    sheet->GetRange("A1:B1")->SetValue(Block{{1.0, 2.0}});
+    sheet->GetRange("C1")->SetFormula("=SUM(A1:B1)");
+    office::SaveAsOptions options;
+    options.file_format = 51;
+    book.SaveAs(f.formulas, options);
+    book.Close(false);
+  }
+  app->Quit();
+  std::ofstream(f.semicolons, std::ios::binary) << "a;b\r\n1;2\r\n";
+}
+
+class Environment : public ::testing::Environment {
+ public:
+  void TearDown() override {
+    if (g_shared == nullptr) return;
+    g_shared->control->put_OptimizeForSpeed(false);
+    g_shared->control.reset();
+    std::filesystem::remove_all(g_shared->fixtures.dir);
+    delete g_shared;
+    g_shared = nullptr;
+    EXPECT_TRUE(ChildOfficePids().empty()) << "the conversion tests left an office running";
+  }
+};
+
+Shared& Get() {
+  if (g_shared == nullptr) {
+    g_shared = new Shared;
+    WriteFixtures(g_shared->fixtures);
+    g_shared->factory = std::make_shared<SpyFactory>(office::uno::MakeUnoFactory());
+    ControlOptions options;
+    options.office = g_shared->factory;
+    g_shared->control = std::make_unique<TabulonCtrl>(options);
+    g_shared->control->put_OptimizeForSpeed(true);
+    ::testing::AddGlobalTestEnvironment(new Environment);
+  }
+  return *g_shared;
+}
+
+}  // namespace
+
+const Fixtures& GetFixtures() { return Get().fixtures; }
+TabulonCtrl& SharedControl() { return *Get().control; }
+OfficeSpy& SharedSpy() { return Get().factory->spy(); }
+
+void ResetSharedControl() {
+  TabulonCtrl& c = SharedControl();
+  c.put_CO_DelimitationCharacter(44);
+  c.put_CO_MultiFileOutput(false);
+  c.put_CO_Range("");
+  c.put_SkipEmptySheets(false);
+  c.put_InputFile_PassWord("");
+  c.put_InputFile_PassWord_TW("");
+  c.put_OutputFile_PassWord("");
+  c.put_OutputFile_PassWord_TW("");
+  c.put_ErrorString(" ");
+  SharedSpy().opens.clear();
+}
+
+std::filesystem::path OutputFolder(const std::string& name) {
+  const auto dir = GetFixtures().dir / "out" / name;
+  std::filesystem::remove_all(dir);
+  std::filesystem::create_directories(dir);
+  return dir;
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+}  // namespace tabulon::testing
