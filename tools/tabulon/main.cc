@@ -36,7 +36,7 @@ std::string Absolute(const std::string& path) {
   return ec ? path : absolute.lexically_normal().string();
 }
 
-// The result text of a text-library code, for the message on stderr.
+// What a text-library code means, for the message on stderr.
 std::string TextResultMessage(int32_t code) {
   const char* text = RavelinResultText(code);
   return text != nullptr ? text : "text library error";
