@@ -45,6 +45,11 @@ std::string FileUrl(const std::string& path);  // absolute file:// URL, percent-
 
 css::beans::PropertyValue Prop(const char* name, const css::uno::Any& value);
 
+template <typename T>
+Sequence<T> ToSequence(const std::vector<T>& items) {
+  return Sequence<T>(items.data(), static_cast<sal_Int32>(items.size()));
+}
+
 // Waits, on a thread of its own, for a deadline set by the caller thread; on
 // expiry it runs its action (killing the office). It never waits for the
 // office, so a stopped office still fails within the limit.

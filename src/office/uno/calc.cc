@@ -1,0 +1,1290 @@
+#include "office/uno/calc.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include <com/sun/star/beans/NamedValue.hpp>
+#include <com/sun/star/beans/XPropertySet.hpp>
+#include <com/sun/star/configuration/theDefaultProvider.hpp>
+#include <com/sun/star/container/XIndexAccess.hpp>
+#include <com/sun/star/container/XNameAccess.hpp>
+#include <com/sun/star/container/XNamed.hpp>
+#include <com/sun/star/document/MacroExecMode.hpp>
+#include <com/sun/star/document/UpdateDocMode.hpp>
+#include <com/sun/star/document/XTypeDetection.hpp>
+#include <com/sun/star/frame/XComponentLoader.hpp>
+#include <com/sun/star/frame/XModel.hpp>
+#include <com/sun/star/frame/XStorable.hpp>
+#include <com/sun/star/lang/Locale.hpp>
+#include <com/sun/star/lang/XMultiServiceFactory.hpp>
+#include <com/sun/star/sheet/AddressConvention.hpp>
+#include <com/sun/star/sheet/CellFlags.hpp>
+#include <com/sun/star/sheet/FormulaLanguage.hpp>
+#include <com/sun/star/sheet/FormulaMapGroup.hpp>
+#include <com/sun/star/sheet/FormulaOpCodeMapEntry.hpp>
+#include <com/sun/star/sheet/XCellRangeAddressable.hpp>
+#include <com/sun/star/sheet/XCellRangeData.hpp>
+#include <com/sun/star/sheet/XCellRangeFormula.hpp>
+#include <com/sun/star/sheet/XCellRangeMovement.hpp>
+#include <com/sun/star/sheet/XFormulaOpCodeMapper.hpp>
+#include <com/sun/star/sheet/XFormulaTokens.hpp>
+#include <com/sun/star/sheet/XSheetCellCursor.hpp>
+#include <com/sun/star/sheet/XSheetOperation.hpp>
+#include <com/sun/star/sheet/XSheetOutline.hpp>
+#include <com/sun/star/sheet/XUsedAreaCursor.hpp>
+#include <com/sun/star/table/CellRangeAddress.hpp>
+#include <com/sun/star/table/TableOrientation.hpp>
+#include <com/sun/star/table/XColumnRowRange.hpp>
+#include <com/sun/star/table/XTableColumns.hpp>
+#include <com/sun/star/table/XTableRows.hpp>
+#include <com/sun/star/util/CloseVetoException.hpp>
+#include <com/sun/star/util/XCloseable.hpp>
+#include <com/sun/star/util/XModifiable.hpp>
+#include <com/sun/star/util/XNumberFormats.hpp>
+#include <com/sun/star/util/XNumberFormatsSupplier.hpp>
+#include <com/sun/star/util/XReplaceDescriptor.hpp>
+#include <com/sun/star/util/XReplaceable.hpp>
+
+#include "office/uno/file_formats.h"
+#include "office/uno/text_output.h"
+
+namespace tabulon::office::uno {
+
+namespace fs = std::filesystem;
+using css::uno::Any;
+using css::uno::UNO_QUERY;
+using css::uno::UNO_QUERY_THROW;
+
+namespace {
+
+std::atomic<uint64_t> g_next_workbook_id{1};
+
+[[noreturn]] void NotSupported(const char* member) {
+  throw Error(ErrorKind::kAutomation, std::string("not supported: ") + member);
+}
+
+css::table::CellAddress At(int32_t sheet, int32_t row, int32_t column) {
+  css::table::CellAddress a;
+  a.Sheet = static_cast<sal_Int16>(sheet);
+  a.Row = row;
+  a.Column = column;
+  return a;
+}
+
+std::string NumberText(double d) {
+  char buf[64];
+  const auto r = std::to_chars(buf, buf + sizeof buf, d);
+  return std::string(buf, r.ptr);
+}
+
+bool IsFormulaText(const std::string& s) { return s.size() > 1 && s[0] == '='; }
+
+bool EqualsIgnoreCase(const OUString& a, const std::string& b) {
+  return a.equalsIgnoreAsciiCase(ToOUString(b));
+}
+
+std::string Lower(std::string s) {
+  for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+// Whether a file is a text source for the text import: never a workbook
+// container (OLE2, zip), else by extension, else by the office's type
+// detection.
+bool StartsWith(const std::string& path, const char* magic, size_t n) {
+  std::ifstream in(path, std::ios::binary);
+  std::string head(n, '\0');
+  if (!in.read(head.data(), static_cast<std::streamsize>(n))) return false;
+  return std::memcmp(head.data(), magic, n) == 0;
+}
+
+bool IsWorkbookContainer(const std::string& path) {
+  return StartsWith(path, "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8) || StartsWith(path, "PK\x03\x04", 4);
+}
+
+std::string Temporary(const std::string& target, const char* tag) {
+  static std::atomic<unsigned> counter{0};
+  const fs::path t(target);
+  return (t.parent_path() / (".~" + t.filename().string() + "." + tag + "." +
+                             std::to_string(getpid()) + "." + std::to_string(counter++)))
+      .string();
+}
+
+void RemoveQuietly(const std::string& path) {
+  std::error_code ec;
+  fs::remove(path, ec);
+}
+
+Block Transposed(const Block& b) {
+  if (b.empty()) return b;
+  Block t(b[0].size(), std::vector<Cell>(b.size()));
+  for (size_t r = 0; r < b.size(); ++r)
+    for (size_t c = 0; c < b[r].size(); ++c) t[c][r] = b[r][c];
+  return t;
+}
+
+bool IsEmptyCell(const Cell& c) {
+  if (std::holds_alternative<std::monostate>(c)) return true;
+  const auto* s = std::get_if<std::string>(&c);
+  return s != nullptr && s->empty();
+}
+
+}  // namespace
+
+// ================================================================ Range
+
+CalcRange::CalcRange(CalcWorkbook* book, SheetRef sheet, CellRect rect)
+    : book_(book), sheet_(std::move(sheet)), rect_(rect) {}
+
+Reference<css::table::XCellRange> CalcRange::Cells() {
+  return sheet_->getCellRangeByPosition(rect_.first_column, rect_.first_row, rect_.last_column,
+                                        rect_.last_row);
+}
+
+std::string CalcRange::Address() {
+  return Call("Range.Address", [&] {
+    return AbsoluteAddress(rect_, book_->MaxRows(), book_->MaxColumns());
+  });
+}
+int32_t CalcRange::Row() { return rect_.first_row + 1; }
+int32_t CalcRange::Column() { return rect_.first_column + 1; }
+int32_t CalcRange::RowsCount() { return rect_.rows(); }
+int32_t CalcRange::ColumnsCount() { return rect_.columns(); }
+
+Block CalcRange::Value() {
+  return Call("Range.Value", [&] { return book_->ReadValues(sheet_, rect_); });
+}
+
+void CalcRange::SetValue(const Block& values) {
+  Call("Range.Value", [&] {
+    if (values.size() == 1 && values[0].size() == 1 && (rect_.rows() != 1 || rect_.columns() != 1)) {
+      SetValue(values[0][0]);
+      return;
+    }
+    book_->WriteValues(sheet_, rect_, values);
+  });
+}
+
+void CalcRange::SetValue(const Cell& value) {
+  Call("Range.Value", [&] {
+    if (IsEmptyCell(value)) {
+      ClearFlags("Range.Value", css::sheet::CellFlags::VALUE | css::sheet::CellFlags::DATETIME |
+                                    css::sheet::CellFlags::STRING |
+                                    css::sheet::CellFlags::FORMULA);
+      return;
+    }
+    if (static_cast<int64_t>(rect_.rows()) * rect_.columns() > 4'000'000)
+      throw Error(ErrorKind::kAutomation, "too many cells to fill");
+    Block block(rect_.rows(), std::vector<Cell>(rect_.columns(), value));
+    book_->WriteValues(sheet_, rect_, block);
+  });
+}
+
+Block CalcRange::Formula() {
+  return Call("Range.Formula", [&] { return book_->ReadFormulas(sheet_, rect_); });
+}
+
+void CalcRange::SetFormula(const Block& formulas) {
+  Call("Range.Formula", [&] {
+    if (formulas.size() == 1 && formulas[0].size() == 1 &&
+        (rect_.rows() != 1 || rect_.columns() != 1)) {
+      Block block(rect_.rows(), std::vector<Cell>(rect_.columns(), formulas[0][0]));
+      // One formula for the range: relative references move cell by cell,
+      // as if the top-left cell's formula were filled across the range.
+      for (int32_t r = 0; r < rect_.rows(); ++r)
+        for (int32_t c = 0; c < rect_.columns(); ++c) block[r][c] = formulas[0][0];
+      book_->WriteFormulas(sheet_, rect_, block, std::make_pair(rect_.first_row, rect_.first_column));
+      return;
+    }
+    book_->WriteFormulas(sheet_, rect_, formulas, std::nullopt);
+  });
+}
+
+void CalcRange::SetFormula(const std::string& formula) { SetFormula(Block{{Cell(formula)}}); }
+
+void CalcRange::SetNumberFormat(const std::string& format) {
+  Call("Range.NumberFormat", [&] {
+    Reference<css::util::XNumberFormatsSupplier> supplier(book_->component(), UNO_QUERY_THROW);
+    auto formats = supplier->getNumberFormats();
+    css::lang::Locale en_us("en", "US", "");
+    const OUString code = ToOUString(format);
+    sal_Int32 key = formats->queryKey(code, en_us, false);
+    if (key < 0) key = formats->addNew(code, en_us);
+    Reference<css::beans::XPropertySet> props(Cells(), UNO_QUERY_THROW);
+    props->setPropertyValue("NumberFormat", Any(key));
+  });
+}
+
+void CalcRange::ClearFlags(const char* what, int32_t flags) {
+  Call(what, [&] {
+    Reference<css::sheet::XSheetOperation> op(Cells(), UNO_QUERY_THROW);
+    op->clearContents(flags);
+  });
+}
+
+namespace cf = css::sheet::CellFlags;
+void CalcRange::Clear() { ClearFlags("Range.Clear", 1023); }
+void CalcRange::ClearFormats() {
+  ClearFlags("Range.ClearFormats", cf::HARDATTR | cf::STYLES | cf::EDITATTR | cf::FORMATTED);
+}
+void CalcRange::ClearContents() {
+  ClearFlags("Range.ClearContents", cf::VALUE | cf::DATETIME | cf::STRING | cf::FORMULA);
+}
+void CalcRange::ClearComments() { ClearFlags("Range.ClearComments", cf::ANNOTATION); }
+void CalcRange::ClearNotes() { ClearFlags("Range.ClearNotes", cf::ANNOTATION); }
+
+void CalcRange::ClearOutline() {
+  Call("Range.ClearOutline", [&] {
+    Reference<css::sheet::XSheetOutline> outline(sheet_, UNO_QUERY_THROW);
+    css::table::CellRangeAddress a;
+    a.Sheet = static_cast<sal_Int16>(book_->SheetIndex(sheet_));
+    a.StartRow = rect_.first_row;
+    a.EndRow = rect_.last_row;
+    a.StartColumn = rect_.first_column;
+    a.EndColumn = rect_.last_column;
+    // Outlines nest up to eight levels; each ungroup removes one.
+    for (int level = 0; level < 8; ++level) {
+      outline->ungroup(a, css::table::TableOrientation_ROWS);
+      outline->ungroup(a, css::table::TableOrientation_COLUMNS);
+    }
+  });
+}
+
+bool CalcRange::Replace(const std::string& what, const std::string& replacement,
+                        const ReplaceOptions& options) {
+  return Call("Range.Replace", [&] {
+    Reference<css::util::XReplaceable> replaceable(Cells(), UNO_QUERY_THROW);
+    Reference<css::util::XReplaceDescriptor> descriptor = replaceable->createReplaceDescriptor();
+    Reference<css::beans::XPropertySet> props(descriptor, UNO_QUERY_THROW);
+    // Excel's "*", "?" and "~" are the office's wildcards with "\" escapes.
+    std::string pattern;
+    bool wildcards = false;
+    for (size_t i = 0; i < what.size(); ++i) {
+      const char c = what[i];
+      if (c == '~' && i + 1 < what.size() && std::strchr("*?~", what[i + 1]) != nullptr) {
+        pattern += '\\';
+        pattern += what[++i];
+      } else {
+        if (c == '*' || c == '?') wildcards = true;
+        if (c == '\\') pattern += '\\';
+        pattern += c;
+      }
+    }
+    if (!wildcards) pattern = what;
+    descriptor->setSearchString(ToOUString(pattern));
+    descriptor->setReplaceString(ToOUString(replacement));
+    props->setPropertyValue("SearchWildcard", Any(wildcards));
+    props->setPropertyValue("SearchWords", Any(options.look_at.value_or(2) == 1));
+    props->setPropertyValue("SearchCaseSensitive", Any(options.match_case.value_or(false)));
+    props->setPropertyValue("SearchByRow", Any(options.search_order.value_or(1) != 2));
+    replaceable->replaceAll(Reference<css::util::XSearchDescriptor>(descriptor, UNO_QUERY_THROW));
+    return true;
+  });
+}
+
+void CalcRange::EntireRowDelete() {
+  Call("Range.EntireRow.Delete", [&] {
+    Reference<css::table::XColumnRowRange> crr(sheet_, UNO_QUERY_THROW);
+    crr->getRows()->removeByIndex(rect_.first_row, rect_.rows());
+  });
+}
+
+void CalcRange::EntireColumnDelete() {
+  Call("Range.EntireColumn.Delete", [&] {
+    Reference<css::table::XColumnRowRange> crr(sheet_, UNO_QUERY_THROW);
+    crr->getColumns()->removeByIndex(rect_.first_column, rect_.columns());
+  });
+}
+
+void CalcRange::Copy() {
+  Call("Range.Copy", [&] {
+    ClipboardContent content;
+    content.has_content = true;
+    content.values = book_->ReadValues(sheet_, rect_);
+    content.formulas = book_->ReadFormulas(sheet_, rect_);
+    content.source_workbook = book_->id();
+    content.source_sheet = Reference<css::uno::XInterface>(sheet_, UNO_QUERY);
+    content.source = rect_;
+    Clipboard::Get().Set(std::move(content));
+  });
+}
+
+void CalcRange::PasteSpecial(const PasteSpecialOptions& options) {
+  Call("Range.PasteSpecial", [&] {
+    if (options.operation && *options.operation != -4142) NotSupported("PasteSpecial Operation");
+    const CellRect pasted =
+        book_->PasteAt(sheet_, rect_.first_row, rect_.first_column, options.paste.value_or(-4104),
+                       options.skip_blanks.value_or(false), options.transpose.value_or(false));
+    book_->SetSelection(sheet_, pasted);
+  });
+}
+
+std::unique_ptr<Range> CalcRange::Offset(int32_t rows, int32_t columns) {
+  return Call("Range.Offset", [&] {
+    CellRect r{rect_.first_row + rows, rect_.first_column + columns, rect_.last_row + rows,
+               rect_.last_column + columns};
+    if (r.first_row < 0 || r.first_column < 0 || r.last_row >= book_->MaxRows() ||
+        r.last_column >= book_->MaxColumns())
+      throw Error(ErrorKind::kAutomation, "the offset lies outside the sheet");
+    return std::make_unique<CalcRange>(book_, sheet_, r);
+  });
+}
+
+std::unique_ptr<Range> CalcRange::Cells(int32_t row, int32_t column) {
+  return Call("Range.Cells", [&] {
+    const int32_t r = rect_.first_row + row - 1;
+    const int32_t c = rect_.first_column + column - 1;
+    if (r < 0 || c < 0 || r >= book_->MaxRows() || c >= book_->MaxColumns())
+      throw Error(ErrorKind::kAutomation, "the cell lies outside the sheet");
+    return std::make_unique<CalcRange>(book_, sheet_, CellRect{r, c, r, c});
+  });
+}
+
+void CalcRange::Select() {
+  Call("Range.Select", [&] {
+    book_->SetActiveSheet(sheet_);
+    book_->SetSelection(sheet_, rect_);
+    book_->app()->SetActive(book_);
+  });
+}
+
+std::unique_ptr<Range> CalcRange::SpecialCells(int32_t type) {
+  return Call("Range.SpecialCells", [&]() -> std::unique_ptr<Range> {
+    if (type != kXlCellTypeLastCell) NotSupported("SpecialCells with a type other than 11");
+    const CellRect used = book_->UsedArea(sheet_);
+    return std::make_unique<CalcRange>(
+        book_, sheet_, CellRect{used.last_row, used.last_column, used.last_row, used.last_column});
+  });
+}
+
+// ================================================================ Worksheet
+
+CalcWorksheet::CalcWorksheet(CalcWorkbook* book, SheetRef sheet)
+    : book_(book), sheet_(std::move(sheet)) {}
+
+std::string CalcWorksheet::Name() {
+  return Call("Worksheet.Name", [&] {
+    Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
+    return ToUtf8(named->getName());
+  });
+}
+
+void CalcWorksheet::SetName(const std::string& name) {
+  Call("Worksheet.Name", [&] {
+    Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
+    named->setName(ToOUString(name));
+  });
+}
+
+int32_t CalcWorksheet::Index() {
+  return Call("Worksheet.Index", [&] { return book_->SheetIndex(sheet_) + 1; });
+}
+
+void CalcWorksheet::Activate() {
+  Call("Worksheet.Activate", [&] {
+    book_->SetActiveSheet(sheet_);
+    book_->app()->SetActive(book_);
+  });
+}
+
+void CalcWorksheet::Delete() {
+  Call("Worksheet.Delete", [&] {
+    Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
+    const int32_t count = index->getCount();
+    if (count <= 1)
+      throw Error(ErrorKind::kAutomation, "a workbook must contain at least one visible worksheet");
+    const int32_t position = book_->SheetIndex(sheet_);
+    const bool was_active = book_->ActiveSheetRef() == sheet_;
+    Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
+    book_->sheets()->removeByName(named->getName());
+    if (was_active) {
+      // Excel activates the next sheet, or the previous one after the last.
+      const int32_t next = position < count - 1 ? position : position - 1;
+      book_->SetActiveSheet(SheetRef(index->getByIndex(next), UNO_QUERY_THROW));
+    }
+  });
+}
+
+void CalcWorksheet::MoveTo(Worksheet& other, int32_t offset, const char* what) {
+  Call(what, [&] {
+    auto* target = dynamic_cast<CalcWorksheet*>(&other);
+    if (target == nullptr || target->book_ != book_) NotSupported("moving a sheet to another workbook");
+    Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
+    const int32_t destination = book_->SheetIndex(target->sheet_) + offset;
+    book_->sheets()->moveByName(named->getName(), static_cast<sal_Int16>(destination));
+  });
+}
+
+void CalcWorksheet::MoveBefore(Worksheet& before) { MoveTo(before, 0, "Worksheet.Move"); }
+void CalcWorksheet::MoveAfter(Worksheet& after) { MoveTo(after, 1, "Worksheet.Move"); }
+
+std::unique_ptr<Range> CalcWorksheet::UsedRange() {
+  return Call("Worksheet.UsedRange", [&] {
+    return std::make_unique<CalcRange>(book_, sheet_, book_->UsedArea(sheet_));
+  });
+}
+
+std::unique_ptr<Range> CalcWorksheet::Cells() {
+  return Call("Worksheet.Cells", [&] {
+    return std::make_unique<CalcRange>(
+        book_, sheet_, CellRect{0, 0, book_->MaxRows() - 1, book_->MaxColumns() - 1});
+  });
+}
+
+std::unique_ptr<Range> CalcWorksheet::Cells(int32_t row, int32_t column) {
+  return Call("Worksheet.Cells", [&] {
+    if (row < 1 || column < 1 || row > book_->MaxRows() || column > book_->MaxColumns())
+      throw Error(ErrorKind::kAutomation, "the cell lies outside the sheet");
+    return std::make_unique<CalcRange>(book_, sheet_,
+                                       CellRect{row - 1, column - 1, row - 1, column - 1});
+  });
+}
+
+std::unique_ptr<Range> CalcWorksheet::GetRange(const std::string& address) {
+  return Call("Worksheet.Range", [&] {
+    auto rect = ParseAddress(address, book_->MaxRows(), book_->MaxColumns());
+    if (!rect) {
+      // Anything else the office understands (a named range, say).
+      Reference<css::sheet::XCellRangeAddressable> addressable;
+      try {
+        addressable.set(sheet_->getCellRangeByName(ToOUString(address)), UNO_QUERY);
+      } catch (const css::uno::RuntimeException&) {
+      }
+      if (!addressable.is())
+        throw Error(ErrorKind::kAutomation, "not a valid range address: " + address);
+      const auto a = addressable->getRangeAddress();
+      rect = CellRect{a.StartRow, a.StartColumn, a.EndRow, a.EndColumn};
+    }
+    return std::make_unique<CalcRange>(book_, sheet_, *rect);
+  });
+}
+
+void CalcWorksheet::Paste() {
+  Call("Worksheet.Paste", [&] {
+    auto [sheet, rect] = book_->SelectionRef();
+    if (sheet != sheet_) rect = CellRect{};
+    const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, -4104, false, false);
+    book_->SetSelection(sheet_, pasted);
+  });
+}
+
+void CalcWorksheet::PasteSpecialValues() {
+  Call("Worksheet.PasteSpecial", [&] {
+    auto [sheet, rect] = book_->SelectionRef();
+    if (sheet != sheet_) rect = CellRect{};
+    const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, -4163, false, false);
+    book_->SetSelection(sheet_, pasted);
+  });
+}
+
+void CalcWorksheet::PrintOut(const PrintOutOptions&) { NotSupported("Worksheet.PrintOut"); }
+
+// ================================================================ Worksheets
+
+int32_t CalcWorksheets::Count() {
+  return book_->Call("Worksheets.Count", [&] {
+    Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
+    return static_cast<int32_t>(index->getCount());
+  });
+}
+
+std::unique_ptr<Worksheet> CalcWorksheets::Item(int32_t n) {
+  return book_->Call("Worksheets.Item", [&] {
+    Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
+    if (n < 1 || n > index->getCount())
+      throw Error(ErrorKind::kNotFound, "no sheet number " + std::to_string(n));
+    return std::make_unique<CalcWorksheet>(book_, SheetRef(index->getByIndex(n - 1), UNO_QUERY_THROW));
+  });
+}
+
+std::unique_ptr<Worksheet> CalcWorksheets::Item(const std::string& name) {
+  return book_->Call("Worksheets.Item", [&] {
+    // Excel's sheet names are compared without regard to case.
+    const auto names = book_->sheets()->getElementNames();
+    for (const auto& n : names) {
+      if (EqualsIgnoreCase(n, name))
+        return std::make_unique<CalcWorksheet>(book_, SheetRef(book_->sheets()->getByName(n), UNO_QUERY_THROW));
+    }
+    throw Error(ErrorKind::kNotFound, "no sheet named " + name);
+  });
+}
+
+std::unique_ptr<Worksheet> CalcWorksheets::Add(Worksheet* before, Worksheet* after,
+                                               std::optional<int32_t> type) {
+  return book_->Call("Worksheets.Add", [&] {
+    if (type && *type != kXlWorksheet) NotSupported("Worksheets.Add with a type other than a worksheet");
+    if (before != nullptr && after != nullptr)
+      throw Error(ErrorKind::kAutomation, "Before and After cannot both be given");
+    int32_t position;
+    auto index_of = [&](Worksheet* w) {
+      auto* calc = dynamic_cast<CalcWorksheet*>(w);
+      if (calc == nullptr) NotSupported("adding a sheet next to a sheet of another workbook");
+      return book_->SheetIndex(calc->sheet());
+    };
+    if (before != nullptr)
+      position = index_of(before);
+    else if (after != nullptr)
+      position = index_of(after) + 1;
+    else
+      position = book_->SheetIndex(book_->ActiveSheetRef());  // before the active sheet
+    const auto names = book_->sheets()->getElementNames();
+    auto taken = [&](const std::string& candidate) {
+      for (const auto& n : names)
+        if (EqualsIgnoreCase(n, candidate)) return true;
+      return false;
+    };
+    int32_t number = names.getLength() + 1;
+    while (taken("Sheet" + std::to_string(number))) ++number;
+    const OUString name = ToOUString("Sheet" + std::to_string(number));
+    book_->sheets()->insertNewByName(name, static_cast<sal_Int16>(position));
+    SheetRef sheet(book_->sheets()->getByName(name), UNO_QUERY_THROW);
+    book_->SetActiveSheet(sheet);
+    return std::make_unique<CalcWorksheet>(book_, sheet);
+  });
+}
+
+// ================================================================ Workbook
+
+CalcWorkbook::CalcWorkbook(CalcApplication* app, Reference<css::lang::XComponent> component,
+                           std::string name, std::string path, int32_t format)
+    : app_(app),
+      id_(g_next_workbook_id++),
+      component_(std::move(component)),
+      document_(component_, UNO_QUERY_THROW),
+      sheets_(document_->getSheets()),
+      name_(std::move(name)),
+      path_(std::move(path)),
+      format_(format),
+      worksheets_(this) {
+  Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
+  active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
+  // A loaded document's view knows the sheet that was active when it was
+  // saved, and Excel opens a workbook on that sheet; without a view, the
+  // first sheet.
+  Reference<css::frame::XModel> model(component_, UNO_QUERY);
+  if (model.is() && model->getCurrentController().is()) {
+    Reference<css::beans::XPropertySet> view(model->getCurrentController(), UNO_QUERY);
+    if (view.is()) {
+      try {
+        SheetRef active;
+        view->getPropertyValue("ActiveSheet") >>= active;
+        if (active.is()) active_sheet_ = active;
+      } catch (const css::uno::Exception&) {
+      }
+    }
+  }
+}
+
+std::string CalcWorkbook::Name() {
+  return Call("Workbook.Name", [&] { return name_; });
+}
+
+bool CalcWorkbook::Saved() {
+  return Call("Workbook.Saved", [&] {
+    Reference<css::util::XModifiable> modifiable(component_, UNO_QUERY_THROW);
+    return !modifiable->isModified();
+  });
+}
+
+void CalcWorkbook::SetSaved(bool saved) {
+  Call("Workbook.Saved", [&] {
+    Reference<css::util::XModifiable> modifiable(component_, UNO_QUERY_THROW);
+    modifiable->setModified(!saved);
+  });
+}
+
+void CalcWorkbook::Activate() {
+  Call("Workbook.Activate", [&] { app_->SetActive(this); });
+}
+
+SheetRef CalcWorkbook::ActiveSheetRef() {
+  // The active sheet may have been removed behind our back (Delete keeps it
+  // right; this is the guard for everything else).
+  Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
+  for (sal_Int32 i = 0; i < index->getCount(); ++i) {
+    SheetRef s(index->getByIndex(i), UNO_QUERY_THROW);
+    if (s == active_sheet_) return active_sheet_;
+  }
+  active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
+  return active_sheet_;
+}
+
+std::pair<SheetRef, CellRect> CalcWorkbook::SelectionRef() {
+  const SheetRef active = ActiveSheetRef();
+  if (selection_sheet_.is() && selection_sheet_ == active) return {active, selection_};
+  return {active, CellRect{}};
+}
+
+void CalcWorkbook::SetSelection(const SheetRef& sheet, const CellRect& rect) {
+  selection_sheet_ = sheet;
+  selection_ = rect;
+  active_sheet_ = sheet;
+}
+
+int32_t CalcWorkbook::SheetIndex(const SheetRef& sheet) {
+  Reference<css::sheet::XCellRangeAddressable> addressable(sheet, UNO_QUERY_THROW);
+  return addressable->getRangeAddress().Sheet;
+}
+
+int32_t CalcWorkbook::MaxRows() {
+  if (app_->max_rows == 0) {
+    Reference<css::table::XColumnRowRange> crr(ActiveSheetRef(), UNO_QUERY_THROW);
+    app_->max_rows = crr->getRows()->getCount();
+    app_->max_columns = crr->getColumns()->getCount();
+  }
+  return app_->max_rows;
+}
+
+int32_t CalcWorkbook::MaxColumns() {
+  MaxRows();
+  return app_->max_columns;
+}
+
+CellRect CalcWorkbook::UsedArea(const SheetRef& sheet) {
+  auto cursor = sheet->createCursor();
+  Reference<css::sheet::XUsedAreaCursor> used(cursor, UNO_QUERY_THROW);
+  used->gotoStartOfUsedArea(false);
+  used->gotoEndOfUsedArea(true);
+  Reference<css::sheet::XCellRangeAddressable> addressable(cursor, UNO_QUERY_THROW);
+  const auto a = addressable->getRangeAddress();
+  return CellRect{a.StartRow, a.StartColumn, a.EndRow, a.EndColumn};
+}
+
+Sequence<css::sheet::FormulaToken> CalcWorkbook::ParseFormula(const std::string& formula,
+                                                              const css::table::CellAddress& at) {
+  if (!parser_.is()) {
+    Reference<css::lang::XMultiServiceFactory> factory(component_, UNO_QUERY_THROW);
+    parser_.set(factory->createInstance("com.sun.star.sheet.FormulaParser"), UNO_QUERY_THROW);
+    Reference<css::sheet::XFormulaOpCodeMapper> mapper(
+        factory->createInstance("com.sun.star.sheet.FormulaOpCodeMapper"), UNO_QUERY_THROW);
+    Reference<css::beans::XPropertySet> props(parser_, UNO_QUERY_THROW);
+    // Excel's own syntax: English function names, A1 references with "!"
+    // after sheet names, "," between arguments.
+    props->setPropertyValue(
+        "OpCodeMap", Any(mapper->getAvailableMappings(css::sheet::FormulaLanguage::XL_ENGLISH,
+                                                      css::sheet::FormulaMapGroup::ALL_EXCEPT_SPECIAL)));
+    props->setPropertyValue("FormulaConvention", Any(css::sheet::AddressConvention::XL_A1));
+    props->setPropertyValue("ParameterSeparator", Any(OUString(",")));
+    props->setPropertyValue("ArrayColumnSeparator", Any(OUString(",")));
+    props->setPropertyValue("ArrayRowSeparator", Any(OUString(";")));
+    props->setPropertyValue("CompileEnglish", Any(true));
+  }
+  const std::string body = formula.size() > 0 && formula[0] == '=' ? formula.substr(1) : formula;
+  return parser_->parseFormula(ToOUString(body), at);
+}
+
+std::string CalcWorkbook::PrintFormula(const Sequence<css::sheet::FormulaToken>& tokens,
+                                       const css::table::CellAddress& at) {
+  if (!parser_.is()) ParseFormula("0", at);  // creates the parser
+  return "=" + ToUtf8(parser_->printFormula(tokens, at));
+}
+
+Block CalcWorkbook::ReadValues(const SheetRef& sheet, const CellRect& rect) {
+  Reference<css::sheet::XCellRangeData> data(
+      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row),
+      UNO_QUERY_THROW);
+  const auto array = data->getDataArray();
+  Block block(array.getLength());
+  for (sal_Int32 r = 0; r < array.getLength(); ++r) {
+    const auto& row = array[r];
+    block[r].resize(row.getLength());
+    for (sal_Int32 c = 0; c < row.getLength(); ++c) {
+      double d;
+      OUString s;
+      if (row[c] >>= d) {
+        block[r][c] = d;
+      } else if (row[c] >>= s) {
+        // Empty cells read back as empty text.
+        if (!s.isEmpty()) block[r][c] = ToUtf8(s);
+      }
+    }
+  }
+  return block;
+}
+
+Block CalcWorkbook::ReadFormulas(const SheetRef& sheet, const CellRect& rect) {
+  auto cells =
+      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row);
+  Reference<css::sheet::XCellRangeFormula> formula(cells, UNO_QUERY_THROW);
+  const auto array = formula->getFormulaArray();
+  const int32_t sheet_index = SheetIndex(sheet);
+  Block block(array.getLength());
+  for (sal_Int32 r = 0; r < array.getLength(); ++r) {
+    block[r].resize(array[r].getLength());
+    for (sal_Int32 c = 0; c < array[r].getLength(); ++c) {
+      const OUString& text = array[r][c];
+      if (text.isEmpty()) continue;
+      if (text.startsWith("=")) {
+        Reference<css::sheet::XFormulaTokens> tokens(cells->getCellByPosition(c, r), UNO_QUERY_THROW);
+        const auto seq = tokens->getTokens();
+        if (seq.getLength() > 0) {
+          block[r][c] = PrintFormula(seq, At(sheet_index, rect.first_row + r, rect.first_column + c));
+          continue;
+        }
+      }
+      block[r][c] = ToUtf8(text);
+    }
+  }
+  return block;
+}
+
+void CalcWorkbook::WriteValues(const SheetRef& sheet, const CellRect& rect, const Block& values) {
+  if (static_cast<int32_t>(values.size()) != rect.rows())
+    throw Error(ErrorKind::kAutomation, "the values do not have the range's shape");
+  Sequence<Sequence<Any>> array(rect.rows());
+  auto* rows = array.getArray();
+  std::vector<std::pair<int32_t, int32_t>> empties;
+  for (int32_t r = 0; r < rect.rows(); ++r) {
+    if (static_cast<int32_t>(values[r].size()) != rect.columns())
+      throw Error(ErrorKind::kAutomation, "the values do not have the range's shape");
+    rows[r].realloc(rect.columns());
+    auto* cells = rows[r].getArray();
+    for (int32_t c = 0; c < rect.columns(); ++c) {
+      const Cell& v = values[r][c];
+      // Never a void Any: the office cannot take one.
+      if (const auto* d = std::get_if<double>(&v))
+        cells[c] <<= *d;
+      else if (const auto* s = std::get_if<std::string>(&v))
+        cells[c] <<= ToOUString(*s);
+      else
+        cells[c] <<= OUString();
+      if (IsEmptyCell(v)) empties.emplace_back(r, c);
+    }
+  }
+  auto cells =
+      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row);
+  Reference<css::sheet::XCellRangeData> data(cells, UNO_QUERY_THROW);
+  data->setDataArray(array);
+  // Empty text would leave a cell that counts as used: empty cells are
+  // cleared instead.
+  if (!empties.empty()) {
+    const int32_t all = css::sheet::CellFlags::STRING;
+    if (static_cast<int64_t>(empties.size()) == static_cast<int64_t>(rect.rows()) * rect.columns()) {
+      Reference<css::sheet::XSheetOperation>(cells, UNO_QUERY_THROW)->clearContents(all);
+    } else {
+      for (const auto& [r, c] : empties) {
+        Reference<css::sheet::XSheetOperation> op(
+            cells->getCellRangeByPosition(c, r, c, r), UNO_QUERY_THROW);
+        op->clearContents(all);
+      }
+    }
+  }
+}
+
+void CalcWorkbook::WriteFormulas(const SheetRef& sheet, const CellRect& rect, const Block& formulas,
+                                 std::optional<std::pair<int32_t, int32_t>> origin) {
+  if (static_cast<int32_t>(formulas.size()) != rect.rows())
+    throw Error(ErrorKind::kAutomation, "the formulas do not have the range's shape");
+  Sequence<Sequence<OUString>> array(rect.rows());
+  auto* rows = array.getArray();
+  std::vector<std::pair<int32_t, int32_t>> formula_cells;
+  for (int32_t r = 0; r < rect.rows(); ++r) {
+    if (static_cast<int32_t>(formulas[r].size()) != rect.columns())
+      throw Error(ErrorKind::kAutomation, "the formulas do not have the range's shape");
+    rows[r].realloc(rect.columns());
+    auto* cells = rows[r].getArray();
+    for (int32_t c = 0; c < rect.columns(); ++c) {
+      const Cell& v = formulas[r][c];
+      if (const auto* d = std::get_if<double>(&v)) {
+        cells[c] = ToOUString(NumberText(*d));
+      } else if (const auto* s = std::get_if<std::string>(&v)) {
+        if (IsFormulaText(*s))
+          formula_cells.emplace_back(r, c);  // written as tokens below
+        else
+          cells[c] = ToOUString(*s);
+      }
+    }
+  }
+  auto cells =
+      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row);
+  Reference<css::sheet::XCellRangeFormula>(cells, UNO_QUERY_THROW)->setFormulaArray(array);
+  const int32_t sheet_index = SheetIndex(sheet);
+  for (const auto& [r, c] : formula_cells) {
+    const auto& text = std::get<std::string>(formulas[r][c]);
+    const int32_t from_row = origin ? origin->first : rect.first_row + r;
+    const int32_t from_column = origin ? origin->second : rect.first_column + c;
+    const auto tokens = ParseFormula(text, At(sheet_index, from_row, from_column));
+    Reference<css::sheet::XFormulaTokens> cell(cells->getCellByPosition(c, r), UNO_QUERY_THROW);
+    cell->setTokens(tokens);
+  }
+}
+
+void CalcWorkbook::WriteTyped(const SheetRef& sheet, const CellRect& rect, const Block& texts) {
+  Block typed = texts;
+  for (auto& row : typed)
+    for (auto& cell : row)
+      if (auto* s = std::get_if<std::string>(&cell); s != nullptr && !s->empty() && (*s)[0] == '=')
+        *s = "'" + *s;  // text stays text
+  WriteFormulas(sheet, rect, typed, std::nullopt);
+}
+
+CellRect CalcWorkbook::PasteAt(const SheetRef& sheet, int32_t row, int32_t column, int32_t kind,
+                               bool skip_blanks, bool transpose) {
+  const ClipboardContent clip = Clipboard::Get().Content();
+  if (!clip.has_content || clip.values.empty() || clip.values[0].empty())
+    throw Error(ErrorKind::kAutomation, "there is nothing to paste");
+  const bool values_only = kind == -4163 || kind == 12;
+  const bool formulas = kind == -4104 || kind == -4123 || kind == 11;
+  if (!values_only && !formulas) NotSupported("PasteSpecial with this Paste type");
+  const int32_t src_rows = static_cast<int32_t>(clip.values.size());
+  const int32_t src_columns = static_cast<int32_t>(clip.values[0].size());
+  const int32_t rows = transpose ? src_columns : src_rows;
+  const int32_t columns = transpose ? src_rows : src_columns;
+  const CellRect target{row, column, row + rows - 1, column + columns - 1};
+  if (target.last_row >= MaxRows() || target.last_column >= MaxColumns())
+    throw Error(ErrorKind::kAutomation, "the paste area lies outside the sheet");
+
+  if (clip.from_table) {
+    WriteTyped(sheet, target, transpose ? Transposed(clip.values) : clip.values);
+    return target;
+  }
+
+  // Inside one workbook the office copies everything a cell has, formats
+  // included, with references moved.
+  if (kind == -4104 && !transpose && !skip_blanks && clip.source_workbook == id_) {
+    Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
+    for (sal_Int32 i = 0; i < index->getCount(); ++i) {
+      Reference<css::uno::XInterface> s(index->getByIndex(i), UNO_QUERY);
+      if (s != clip.source_sheet) continue;
+      css::table::CellRangeAddress source;
+      source.Sheet = static_cast<sal_Int16>(i);
+      source.StartRow = clip.source.first_row;
+      source.StartColumn = clip.source.first_column;
+      source.EndRow = clip.source.last_row;
+      source.EndColumn = clip.source.last_column;
+      Reference<css::sheet::XCellRangeMovement> movement(sheet, UNO_QUERY_THROW);
+      movement->copyRange(At(SheetIndex(sheet), row, column), source);
+      return target;
+    }
+  }
+
+  Block block = values_only ? clip.values : clip.formulas;
+  if (transpose) block = Transposed(block);
+  if (skip_blanks) {
+    const Block current = values_only ? ReadValues(sheet, target) : ReadFormulas(sheet, target);
+    for (int32_t r = 0; r < rows; ++r)
+      for (int32_t c = 0; c < columns; ++c)
+        if (IsEmptyCell(block[r][c])) block[r][c] = current[r][c];
+  }
+  if (values_only) {
+    WriteValues(sheet, target, block);
+    return target;
+  }
+  // Formulas are read where they were copied from, so relative references
+  // keep their distance to the cell, as in a paste.
+  const int32_t sheet_index = SheetIndex(sheet);
+  Block constants = block;
+  std::vector<std::tuple<int32_t, int32_t, std::string, int32_t, int32_t>> moved;
+  for (int32_t r = 0; r < rows; ++r) {
+    for (int32_t c = 0; c < columns; ++c) {
+      const auto* s = std::get_if<std::string>(&block[r][c]);
+      if (s == nullptr || !IsFormulaText(*s)) continue;
+      const int32_t from_row = clip.source.first_row + (transpose ? c : r);
+      const int32_t from_column = clip.source.first_column + (transpose ? r : c);
+      moved.emplace_back(r, c, *s, from_row, from_column);
+      constants[r][c] = std::monostate{};
+    }
+  }
+  WriteFormulas(sheet, target, constants, std::nullopt);
+  auto cells = sheet->getCellRangeByPosition(target.first_column, target.first_row,
+                                             target.last_column, target.last_row);
+  for (const auto& [r, c, text, from_row, from_column] : moved) {
+    const auto tokens = ParseFormula(text, At(sheet_index, from_row, from_column));
+    Reference<css::sheet::XFormulaTokens> cell(cells->getCellByPosition(c, r), UNO_QUERY_THROW);
+    cell->setTokens(tokens);
+  }
+  return target;
+}
+
+void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) {
+  const SheetRef active = ActiveSheetRef();
+  if (display_formulas_) {
+    // With formulas shown, Excel writes each cell's formula in its own
+    // syntax; the office's filter would write its own syntax, so the text is
+    // made here from the cells' formulas.
+    const CellRect used = UsedArea(active);
+    const CellRect area{0, 0, used.last_row, used.last_column};
+    const Block block = ReadFormulas(active, area);
+    const bool empty = used == CellRect{} && std::holds_alternative<std::monostate>(block[0][0]);
+    const char delimiter = format.layout == TextLayout::kPrinter ? '\t' : format.delimiter;
+    const std::string text =
+        empty ? std::string() : DelimitedText(block, delimiter, format.layout != TextLayout::kPrinter);
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out.flush()) throw Error(ErrorKind::kAutomation, "cannot write " + temp);
+    return;
+  }
+  // Field separator, text delimiter, character set (UTF-8), first line,
+  // cell formats, language (en-US), quote all text, detect special numbers,
+  // save as shown, export formulas, remove spaces, sheet (1-based).
+  const bool printer = format.layout == TextLayout::kPrinter;
+  const std::string options = std::to_string(printer ? 9 : static_cast<int>(format.delimiter)) +
+                              "," + (printer ? "" : "34") + ",76,1,,1033,false,true,true,false,false," +
+                              std::to_string(SheetIndex(active) + 1);
+  auto args = ToSequence<css::beans::PropertyValue>({
+      Prop("FilterName", Any(ToOUString(format.filter))),
+      Prop("FilterOptions", Any(ToOUString(options))),
+      Prop("Overwrite", Any(true)),
+  });
+  Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
+  storable->storeToURL(ToOUString(FileUrl(temp)), args);
+}
+
+void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& options) {
+  Call("Workbook.SaveAs", [&] {
+    const int32_t number = options.file_format.value_or(format_ != 0 ? format_ : 51);
+    const FileFormat* format = FindFileFormat(number);
+    if (format == nullptr || format->filter == nullptr)
+      throw Error(ErrorKind::kAutomation,
+                  "file format " + std::to_string(number) + " cannot be written here");
+    const std::string password = options.password.value_or("");
+    if (!password.empty() && !format->encrypts)
+      throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
+                                              " cannot be written with a password here");
+    if (!options.write_res_password.value_or("").empty()) NotSupported("SaveAs WriteResPassword");
+    if (filename.empty()) throw Error(ErrorKind::kAutomation, "no file name");
+
+    // Written beside the target and renamed into place: a failed save leaves
+    // no half-written file and an older file of that name untouched.
+    const std::string written = Temporary(filename, "office");
+    const std::string finished = Temporary(filename, "text");
+    struct Cleanup {
+      std::string a, b;
+      ~Cleanup() {
+        RemoveQuietly(a);
+        RemoveQuietly(b);
+      }
+    } cleanup{written, finished};
+
+    if (format->layout == TextLayout::kNone) {
+      std::vector<css::beans::PropertyValue> args{Prop("FilterName", Any(ToOUString(format->filter))),
+                                                  Prop("Overwrite", Any(true))};
+      if (!password.empty()) args.push_back(Prop("Password", Any(ToOUString(password))));
+      Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
+      storable->storeToURL(ToOUString(FileUrl(written)),
+                           Sequence<css::beans::PropertyValue>(args.data(), args.size()));
+    } else {
+      StoreText(written, *format);
+      std::vector<int> widths;
+      if (format->layout == TextLayout::kPrinter) {
+        // Each column at least as wide as it is on the sheet, counted in
+        // characters of the default font (about 2.26 mm per 8.43 characters).
+        const CellRect used = UsedArea(ActiveSheetRef());
+        Reference<css::table::XColumnRowRange> crr(ActiveSheetRef(), UNO_QUERY_THROW);
+        auto columns = crr->getColumns();
+        for (int32_t c = 0; c <= used.last_column; ++c) {
+          Reference<css::beans::XPropertySet> column(columns->getByIndex(c), UNO_QUERY_THROW);
+          sal_Int32 width = 0;
+          column->getPropertyValue("Width") >>= width;
+          widths.push_back(static_cast<int>(width * 8.43 / 2258.0 + 0.5));
+        }
+      }
+      std::string error;
+      if (!FinishText(written, finished, *format, widths, &error))
+        throw Error(ErrorKind::kAutomation, error);
+      std::error_code ec;
+      fs::rename(finished, written, ec);
+      if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + filename + ": " + ec.message());
+    }
+    std::error_code ec;
+    if (!fs::exists(written, ec))
+      throw Error(ErrorKind::kAutomation, "the office wrote nothing to " + filename);
+    fs::rename(written, filename, ec);
+    if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + filename + ": " + ec.message());
+    name_ = fs::path(filename).filename().string();
+    path_ = filename;
+    format_ = number;
+    Reference<css::util::XModifiable>(component_, UNO_QUERY_THROW)->setModified(false);
+  });
+}
+
+void CalcWorkbook::CloseDocument() {
+  if (closed_) return;
+  closed_ = true;
+  try {
+    Reference<css::util::XCloseable> closeable(component_, UNO_QUERY);
+    if (closeable.is())
+      closeable->close(true);
+    else if (component_.is())
+      component_->dispose();
+  } catch (const css::util::CloseVetoException&) {
+    component_->dispose();
+  }
+  parser_.clear();
+}
+
+void CalcWorkbook::Close(std::optional<bool> save_changes) {
+  Call("Workbook.Close", [&] {
+    if (save_changes.value_or(false) && !Saved()) {
+      if (path_.empty())
+        throw Error(ErrorKind::kAutomation, "the workbook has no file to be saved to");
+      SaveAsOptions again;
+      if (format_ != 0) again.file_format = format_;
+      SaveAs(path_, again);
+    }
+    CloseDocument();
+  });
+  app_->Forget(this);
+}
+
+// ================================================================ Workbooks
+
+Workbook& CalcWorkbooks::Open(const std::string& filename, const OpenOptions& options) {
+  app_->RecycleIfDue();
+  return app_->Call("Workbooks.Open", [&]() -> Workbook& {
+    std::error_code ec;
+    if (!fs::is_regular_file(filename, ec))
+      throw Error(ErrorKind::kAutomation, "file not found: " + filename);
+    const std::string url = FileUrl(filename);
+    std::vector<css::beans::PropertyValue> args{
+        Prop("Hidden", Any(true)),
+        Prop("MacroExecMode", Any(css::document::MacroExecMode::ALWAYS_EXECUTE_NO_WARN)),
+        Prop("UpdateDocMode", Any(options.update_links.value_or(0) == 0
+                                      ? css::document::UpdateDocMode::NO_UPDATE
+                                      : css::document::UpdateDocMode::QUIET_UPDATE)),
+    };
+    if (options.read_only) args.push_back(Prop("ReadOnly", Any(*options.read_only)));
+    if (options.password && !options.password->empty())
+      args.push_back(Prop("Password", Any(ToOUString(*options.password))));
+
+    // Text sources are read with the text filter: with the given delimiter
+    // for Format 6, else as Excel reads them (comma for .csv, tab else).
+    bool text = false;
+    if (!IsWorkbookContainer(filename)) {
+      const std::string ext = Lower(fs::path(filename).extension().string());
+      text = ext == ".csv" || ext == ".txt" || ext == ".prn" || ext == ".tsv" || ext == ".tab";
+      if (!text) {
+        Reference<css::document::XTypeDetection> detection(
+            app_->session().Create("com.sun.star.document.TypeDetection"), UNO_QUERY_THROW);
+        auto descriptor = ToSequence<css::beans::PropertyValue>({Prop("URL", Any(ToOUString(url)))});
+        const std::string type = Lower(ToUtf8(detection->queryTypeByDescriptor(descriptor, true)));
+        text = type.find("text") != std::string::npos || type.find("csv") != std::string::npos;
+        text = text && type.find("html") == std::string::npos && type.find("xml") == std::string::npos;
+      }
+    }
+    int32_t format = 0;
+    if (text) {
+      std::string separator = Lower(fs::path(filename).extension().string()) == ".csv" ? "44" : "9";
+      if (options.format && *options.format == 6 && options.delimiter && !options.delimiter->empty())
+        separator = std::to_string(static_cast<unsigned char>((*options.delimiter)[0]));
+      else if (options.format && *options.format == 1)
+        separator = "9";
+      else if (options.format && *options.format == 2)
+        separator = "44";
+      else if (options.format && *options.format == 4)
+        separator = "59";
+      else if (options.format && *options.format == 3)
+        separator = "32";
+      args.push_back(Prop("FilterName", Any(OUString("Text - txt - csv (StarCalc)"))));
+      args.push_back(Prop("FilterOptions", Any(ToOUString(separator + ",34,76,1,,1033,false,true"))));
+      format = 6;
+    }
+    Reference<css::frame::XComponentLoader> loader(app_->session().desktop(), UNO_QUERY_THROW);
+    Reference<css::lang::XComponent> component = loader->loadComponentFromURL(
+        ToOUString(url), "_blank", 0, Sequence<css::beans::PropertyValue>(args.data(), args.size()));
+    if (!component.is())
+      throw Error(ErrorKind::kAutomation,
+                  "cannot open " + filename + " (a wrong password or a damaged file)");
+    Reference<css::sheet::XSpreadsheetDocument> spreadsheet(component, UNO_QUERY);
+    if (!spreadsheet.is()) {
+      Reference<css::util::XCloseable> closeable(component, UNO_QUERY);
+      if (closeable.is()) closeable->close(true);
+      throw Error(ErrorKind::kAutomation, filename + " is not a spreadsheet");
+    }
+    if (format == 0) {
+      Reference<css::frame::XModel> model(component, UNO_QUERY);
+      if (model.is()) {
+        for (const auto& p : model->getArgs()) {
+          OUString filter;
+          if (p.Name == "FilterName" && (p.Value >>= filter))
+            format = FormatOfFilter(ToUtf8(filter).c_str());
+        }
+      }
+    }
+    return app_->Adopt(component, fs::path(filename).filename().string(), filename, format);
+  });
+}
+
+Workbook& CalcWorkbooks::Add() {
+  app_->RecycleIfDue();
+  return app_->Call("Workbooks.Add", [&]() -> Workbook& {
+    Reference<css::frame::XComponentLoader> loader(app_->session().desktop(), UNO_QUERY_THROW);
+    auto args = ToSequence<css::beans::PropertyValue>({Prop("Hidden", Any(true))});
+    Reference<css::lang::XComponent> component =
+        loader->loadComponentFromURL("private:factory/scalc", "_blank", 0, args);
+    if (!component.is()) throw Error(ErrorKind::kAutomation, "cannot create a workbook");
+    // One sheet named Sheet1, as Excel set to one sheet per new workbook.
+    Reference<css::sheet::XSpreadsheetDocument> document(component, UNO_QUERY_THROW);
+    auto sheets = document->getSheets();
+    Reference<css::container::XIndexAccess> index(sheets, UNO_QUERY_THROW);
+    while (index->getCount() > 1) {
+      Reference<css::container::XNamed> last(index->getByIndex(index->getCount() - 1), UNO_QUERY_THROW);
+      sheets->removeByName(last->getName());
+    }
+    Reference<css::container::XNamed> first(index->getByIndex(0), UNO_QUERY_THROW);
+    if (first->getName() != "Sheet1") first->setName("Sheet1");
+    Reference<css::util::XModifiable>(component, UNO_QUERY_THROW)->setModified(false);
+    return app_->Adopt(component, app_->NextBookName(), "", 0);
+  });
+}
+
+Workbook& CalcWorkbooks::Item(int32_t index) {
+  return app_->Call("Workbooks.Item", [&]() -> Workbook& {
+    auto& books = app_->open_books();
+    if (index < 1 || index > static_cast<int32_t>(books.size()))
+      throw Error(ErrorKind::kNotFound, "no workbook number " + std::to_string(index));
+    return *books[index - 1];
+  });
+}
+
+int32_t CalcWorkbooks::Count() {
+  return app_->Call("Workbooks.Count", [&] { return static_cast<int32_t>(app_->open_books().size()); });
+}
+
+void CalcWorkbooks::Close() {
+  // Every workbook is closed even if one of them fails; the first failure
+  // is reported.
+  std::optional<Error> first_error;
+  while (!app_->open_books().empty()) {
+    CalcWorkbook* book = app_->open_books().back();
+    try {
+      app_->Call("Workbooks.Close", [&] { book->CloseDocument(); });
+    } catch (const Error& e) {
+      if (!first_error) first_error = e;
+      if (e.kind() == ErrorKind::kDied || e.kind() == ErrorKind::kTimeout) {
+        app_->open_books().clear();
+        app_->SetActive(nullptr);
+        break;
+      }
+    }
+    app_->Forget(book);
+  }
+  if (first_error) throw *first_error;
+}
+
+// ================================================================ Application
+
+CalcApplication::CalcApplication(const UnoOptions& options)
+    : options_(options), session_(Session::Start(options)), workbooks_(this) {}
+
+CalcApplication::~CalcApplication() {
+  if (session_) session_->Kill();
+}
+
+CalcWorkbook& CalcApplication::Adopt(Reference<css::lang::XComponent> component, std::string name,
+                                     std::string path, int32_t format) {
+  all_.push_back(std::make_unique<CalcWorkbook>(this, std::move(component), std::move(name),
+                                                std::move(path), format));
+  CalcWorkbook* book = all_.back().get();
+  open_.push_back(book);
+  active_ = book;
+  ++documents_since_start_;
+  return *book;
+}
+
+void CalcApplication::Forget(CalcWorkbook* book) {
+  open_.erase(std::remove(open_.begin(), open_.end(), book), open_.end());
+  if (active_ == book) active_ = open_.empty() ? nullptr : open_.back();
+}
+
+void CalcApplication::RecycleIfDue() {
+  if (!session_ || options_.recycle_after <= 0 || documents_since_start_ < options_.recycle_after ||
+      !open_.empty())
+    return;
+  session_->Quit();
+  session_.reset();
+  session_ = Session::Start(options_);
+  documents_since_start_ = 0;
+  ++office_starts_;
+  max_rows = max_columns = 0;
+}
+
+std::string CalcApplication::ProductSetting(const char* name) {
+  auto provider = css::configuration::theDefaultProvider::get(session_->context());
+  css::beans::NamedValue path;
+  path.Name = "nodepath";
+  path.Value <<= OUString("/org.openoffice.Setup/Product");
+  auto args = ToSequence<Any>({Any(path)});
+  Reference<css::container::XNameAccess> access(
+      provider->createInstanceWithArguments("com.sun.star.configuration.ConfigurationAccess", args),
+      UNO_QUERY_THROW);
+  OUString value;
+  access->getByName(OUString::createFromAscii(name)) >>= value;
+  return ToUtf8(value);
+}
+
+std::string CalcApplication::Version() {
+  return Call("Application.Version", [&] { return ProductSetting("ooSetupVersion"); });
+}
+
+int32_t CalcApplication::Build() {
+  return Call("Application.Build", [&] {
+    // "7.4.7.2": the build is the last part.
+    const std::string about = ProductSetting("ooSetupVersionAboutBox");
+    const size_t dot = about.rfind('.');
+    const std::string last = dot == std::string::npos ? about : about.substr(dot + 1);
+    int32_t build = 0;
+    std::from_chars(last.data(), last.data() + last.size(), build);
+    return build;
+  });
+}
+
+Workbook& CalcApplication::ActiveWorkbook() {
+  return Call("Application.ActiveWorkbook", [&]() -> Workbook& {
+    if (active_ == nullptr) throw Error(ErrorKind::kAutomation, "no workbook is open");
+    return *active_;
+  });
+}
+
+std::unique_ptr<Worksheet> CalcApplication::ActiveSheet() {
+  return Call("Application.ActiveSheet", [&]() -> std::unique_ptr<Worksheet> {
+    if (active_ == nullptr) throw Error(ErrorKind::kAutomation, "no workbook is open");
+    return std::make_unique<CalcWorksheet>(active_, active_->ActiveSheetRef());
+  });
+}
+
+void CalcApplication::SetDisplayFormulas(bool value) {
+  Call("ActiveWindow.DisplayFormulas", [&] {
+    if (active_ == nullptr) throw Error(ErrorKind::kAutomation, "no window is active");
+    active_->set_display_formulas(value);
+  });
+}
+
+bool CalcApplication::DisplayFormulas() { return active_ != nullptr && active_->display_formulas(); }
+
+std::unique_ptr<Range> CalcApplication::Selection() {
+  return Call("Application.Selection", [&]() -> std::unique_ptr<Range> {
+    if (active_ == nullptr) throw Error(ErrorKind::kAutomation, "no workbook is open");
+    auto [sheet, rect] = active_->SelectionRef();
+    return std::make_unique<CalcRange>(active_, sheet, rect);
+  });
+}
+
+void CalcApplication::Run(const std::string&, const std::vector<std::string>&) {
+  NotSupported("Application.Run");
+}
+
+void CalcApplication::Quit() {
+  if (!session_) return;
+  open_.clear();
+  active_ = nullptr;
+  session_->Quit();
+}
+
+bool CalcApplication::IsAlive() { return session_ && session_->Alive(); }
+
+int32_t CalcApplication::ProcessId() { return session_ ? static_cast<int32_t>(session_->pid()) : -1; }
+
+void CalcApplication::SetCallTimeLimit(std::chrono::milliseconds limit) {
+  options_.call_time_limit = limit;
+  if (session_) session_->SetCallTimeLimit(limit);
+}
+
+}  // namespace tabulon::office::uno
