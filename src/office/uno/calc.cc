@@ -401,7 +401,7 @@ void CalcWorksheet::Delete() {
     if (count <= 1)
       throw Error(ErrorKind::kAutomation, "a workbook must contain at least one visible worksheet");
     const int32_t position = book_->SheetIndex(sheet_);
-    const bool was_active = book_->ActiveSheetRef() == sheet_;
+    const bool was_active = book_->SameSheet(book_->ActiveSheetRef(), sheet_);
     Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
     book_->sheets()->removeByName(named->getName());
     if (was_active) {
@@ -469,7 +469,7 @@ std::unique_ptr<Range> CalcWorksheet::GetRange(const std::string& address) {
 void CalcWorksheet::Paste() {
   Call("Worksheet.Paste", [&] {
     auto [sheet, rect] = book_->SelectionRef();
-    if (sheet != sheet_) rect = CellRect{};
+    if (!book_->SameSheet(sheet, sheet_)) rect = CellRect{};
     const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, -4104, false, false);
     book_->SetSelection(sheet_, pasted);
   });
@@ -478,7 +478,7 @@ void CalcWorksheet::Paste() {
 void CalcWorksheet::PasteSpecialValues() {
   Call("Worksheet.PasteSpecial", [&] {
     auto [sheet, rect] = book_->SelectionRef();
-    if (sheet != sheet_) rect = CellRect{};
+    if (!book_->SameSheet(sheet, sheet_)) rect = CellRect{};
     const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, -4163, false, false);
     book_->SetSelection(sheet_, pasted);
   });
@@ -604,21 +604,31 @@ void CalcWorkbook::Activate() {
   Call("Workbook.Activate", [&] { app_->SetActive(this); });
 }
 
+bool CalcWorkbook::SameSheet(const SheetRef& a, const SheetRef& b) {
+  if (!a.is() || !b.is()) return false;
+  return SheetIndex(a) == SheetIndex(b);
+}
+
 SheetRef CalcWorkbook::ActiveSheetRef() {
-  // The active sheet may have been removed behind our back (Delete keeps it
-  // right; this is the guard for everything else).
-  Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
-  for (sal_Int32 i = 0; i < index->getCount(); ++i) {
-    SheetRef s(index->getByIndex(i), UNO_QUERY_THROW);
-    if (s == active_sheet_) return active_sheet_;
+  // The office makes a new object for a sheet at every lookup, and each keeps
+  // its place as sheets move; the one held here stays right. A sheet removed
+  // behind our back falls back to the first.
+  try {
+    if (active_sheet_.is()) {
+      Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
+      const int32_t at = SheetIndex(active_sheet_);
+      if (at >= 0 && at < index->getCount()) return active_sheet_;
+    }
+  } catch (const css::uno::RuntimeException&) {
   }
+  Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
   active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
   return active_sheet_;
 }
 
 std::pair<SheetRef, CellRect> CalcWorkbook::SelectionRef() {
   const SheetRef active = ActiveSheetRef();
-  if (selection_sheet_.is() && selection_sheet_ == active) return {active, selection_};
+  if (SameSheet(selection_sheet_, active)) return {active, selection_};
   return {active, CellRect{}};
 }
 
@@ -666,14 +676,11 @@ Sequence<css::sheet::FormulaToken> CalcWorkbook::ParseFormula(const std::string&
         factory->createInstance("com.sun.star.sheet.FormulaOpCodeMapper"), UNO_QUERY_THROW);
     Reference<css::beans::XPropertySet> props(parser_, UNO_QUERY_THROW);
     // Excel's own syntax: English function names, A1 references with "!"
-    // after sheet names, "," between arguments.
+    // after sheet names, "," between arguments (the map's separators).
     props->setPropertyValue(
         "OpCodeMap", Any(mapper->getAvailableMappings(css::sheet::FormulaLanguage::XL_ENGLISH,
                                                       css::sheet::FormulaMapGroup::ALL_EXCEPT_SPECIAL)));
     props->setPropertyValue("FormulaConvention", Any(css::sheet::AddressConvention::XL_A1));
-    props->setPropertyValue("ParameterSeparator", Any(OUString(",")));
-    props->setPropertyValue("ArrayColumnSeparator", Any(OUString(",")));
-    props->setPropertyValue("ArrayRowSeparator", Any(OUString(";")));
     props->setPropertyValue("CompileEnglish", Any(true));
   }
   const std::string body = formula.size() > 0 && formula[0] == '=' ? formula.substr(1) : formula;
@@ -849,12 +856,16 @@ CellRect CalcWorkbook::PasteAt(const SheetRef& sheet, int32_t row, int32_t colum
   // Inside one workbook the office copies everything a cell has, formats
   // included, with references moved.
   if (kind == -4104 && !transpose && !skip_blanks && clip.source_workbook == id_) {
-    Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
-    for (sal_Int32 i = 0; i < index->getCount(); ++i) {
-      Reference<css::uno::XInterface> s(index->getByIndex(i), UNO_QUERY);
-      if (s != clip.source_sheet) continue;
+    SheetRef source_sheet(clip.source_sheet, UNO_QUERY);
+    int32_t source_index = -1;
+    try {
+      if (source_sheet.is()) source_index = SheetIndex(source_sheet);
+    } catch (const css::uno::RuntimeException&) {
+      // The sheet is gone: the cells are pasted from the clipboard's copy.
+    }
+    if (source_index >= 0) {
       css::table::CellRangeAddress source;
-      source.Sheet = static_cast<sal_Int16>(i);
+      source.Sheet = static_cast<sal_Int16>(source_index);
       source.StartRow = clip.source.first_row;
       source.StartColumn = clip.source.first_column;
       source.EndRow = clip.source.last_row;

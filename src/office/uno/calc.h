@@ -152,6 +152,7 @@ class CalcWorkbook : public Workbook {
   void set_display_formulas(bool value) { display_formulas_ = value; }
 
   int32_t SheetIndex(const SheetRef& sheet);  // 0-based, inside a call
+  bool SameSheet(const SheetRef& a, const SheetRef& b);  // inside a call
   int32_t MaxRows();
   int32_t MaxColumns();
   CellRect UsedArea(const SheetRef& sheet);  // Excel's used range, inside a call
