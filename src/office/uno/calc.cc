@@ -109,11 +109,13 @@ bool IsWorkbookContainer(const std::string& path) {
   return StartsWith(path, "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8) || StartsWith(path, "PK\x03\x04", 4);
 }
 
-std::string Temporary(const std::string& target, const char* tag) {
+std::string Temporary(const std::string& target, const char* tag, const char* extension) {
+  // Letters, digits and "_" only before the extension: the dBase writer
+  // takes the stem as its table name.
   static std::atomic<unsigned> counter{0};
   const fs::path t(target);
-  return (t.parent_path() / (".~" + t.filename().string() + "." + tag + "." +
-                             std::to_string(getpid()) + "." + std::to_string(counter++)))
+  return (t.parent_path() / ("tabulon_" + std::string(tag) + "_" + std::to_string(getpid()) + "_" +
+                             std::to_string(counter++) + "." + extension))
       .string();
 }
 
@@ -946,6 +948,19 @@ void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) 
   });
   Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
   storable->storeToURL(ToOUString(FileUrl(temp)), args);
+  // Naming a sheet makes the filter put "-<sheet name>" before the file's
+  // extension; the temporary name is unique, so its stem finds the file.
+  std::error_code ec;
+  if (fs::exists(temp, ec)) return;
+  const fs::path t(temp);
+  const std::string stem = t.stem().string() + "-";
+  for (const auto& entry : fs::directory_iterator(t.parent_path(), ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.compare(0, stem.size(), stem) == 0 && entry.path().extension() == t.extension()) {
+      fs::rename(entry.path(), t, ec);
+      return;
+    }
+  }
 }
 
 void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& options) {
@@ -961,11 +976,18 @@ void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& opti
                                               " cannot be written with a password here");
     if (!options.write_res_password.value_or("").empty()) NotSupported("SaveAs WriteResPassword");
     if (filename.empty()) throw Error(ErrorKind::kAutomation, "no file name");
+    // The dBase writer is the office's database driver, a separate package.
+    if (std::strcmp(format->filter, "dBase") == 0 &&
+        access((app_->session().program_dir() + "/libdbaselo.so").c_str(), R_OK) != 0)
+      throw Error(ErrorKind::kAutomation,
+                  "file format " + std::to_string(number) +
+                      " needs the office's database drivers (libreoffice-base-drivers)");
 
     // Written beside the target and renamed into place: a failed save leaves
     // no half-written file and an older file of that name untouched.
-    const std::string written = Temporary(filename, "office");
-    const std::string finished = Temporary(filename, "text");
+    // Some filters (dBase) need their own extension on the file.
+    const std::string written = Temporary(filename, "office", format->extension);
+    const std::string finished = Temporary(filename, "text", format->extension);
     struct Cleanup {
       std::string a, b;
       ~Cleanup() {

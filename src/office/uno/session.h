@@ -119,6 +119,7 @@ class Session {
   void Kill();
   bool Alive();
   pid_t pid() const { return process_->pid(); }
+  const std::string& program_dir() const { return process_->program_dir(); }
   void SetCallTimeLimit(std::chrono::milliseconds limit) { call_limit_ = limit; }
 
   const Reference<css::uno::XComponentContext>& context() const { return context_; }
