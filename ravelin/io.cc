@@ -94,7 +94,7 @@ Status Output::Flush() {
 }
 
 void Output::Write(const char* p, size_t n) {
-  if (!Ok(status_)) return;
+  if (n == 0 || !Ok(status_)) return;
   if (n >= buf_.size / 2) {
     // Large pieces go straight to the file: copying them through the buffer
     // would only cost time.

@@ -12,50 +12,12 @@
 
 namespace {
 
+using ravelin_test::ModelChange;
 using ravelin_test::ParseCsv;
 using ravelin_test::RandomCsv;
 using ravelin_test::ReadFile;
 using ravelin_test::TempDir;
 using ravelin_test::WriteFile;
-
-// The model: split into fields by counting quotes; a field that holds `to`
-// outside quotes is written quoted with its quotes doubled.
-std::string ModelChange(const std::string& text, char from, char to, bool quote_fields) {
-  std::string out, field;
-  bool inside = false;
-  auto emit = [&](const std::string& terminator) {
-    bool needs = false, q = false;
-    for (char c : field) {
-      if (c == '"') q = !q;
-      if (!q && c == to && c != '"') needs = true;
-    }
-    if (quote_fields && needs && from != to) {
-      out += '"';
-      for (char c : field) out += c == '"' ? std::string("\"\"") : std::string(1, c);
-      out += '"';
-    } else {
-      out += field;
-    }
-    out += terminator;
-    field.clear();
-  };
-  for (char c : text) {
-    if (c == '"') {
-      inside = !inside;
-      field += c;
-    } else if (!inside && c == from) {
-      emit(std::string(1, to));
-    } else if (!inside && c == '\n' && quote_fields) {
-      const bool cr = !field.empty() && field.back() == '\r';
-      if (cr) field.pop_back();
-      emit(cr ? "\r\n" : "\n");
-    } else {
-      field += c;
-    }
-  }
-  emit("");
-  return out;
-}
 
 class DelimiterChange : public testing::Test {
  protected:

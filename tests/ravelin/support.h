@@ -1,6 +1,6 @@
 // Helpers of the text-library tests: a scratch folder, whole-file reads and
 // writes, a UTF-16 encoder of their own, a plain CSV reader to compare
-// values with, and random CSV.
+// values with, random CSV, and a plain model of the delimiter change.
 #pragma once
 
 #include <sys/stat.h>
@@ -155,6 +155,45 @@ inline std::string RandomCsv(std::mt19937& rng, size_t records, bool loose_semic
     if (r + 1 < records || rng() % 2 == 0) text += rng() % 3 == 0 ? "\r\n" : "\n";
   }
   return text;
+}
+
+// The model: split into fields by counting quotes; a field that holds `to`
+// outside quotes is written quoted with its quotes doubled.
+inline std::string ModelChange(const std::string& text, char from, char to, bool quote_fields) {
+  std::string out, field;
+  bool inside = false;
+  auto emit = [&](const std::string& terminator) {
+    bool needs = false, q = false;
+    for (char c : field) {
+      if (c == '"') q = !q;
+      if (!q && c == to && c != '"') needs = true;
+    }
+    if (quote_fields && needs && from != to) {
+      out += '"';
+      for (char c : field) out += c == '"' ? std::string("\"\"") : std::string(1, c);
+      out += '"';
+    } else {
+      out += field;
+    }
+    out += terminator;
+    field.clear();
+  };
+  for (char c : text) {
+    if (c == '"') {
+      inside = !inside;
+      field += c;
+    } else if (!inside && c == from) {
+      emit(std::string(1, to));
+    } else if (!inside && c == '\n' && quote_fields) {
+      const bool cr = !field.empty() && field.back() == '\r';
+      if (cr) field.pop_back();
+      emit(cr ? "\r\n" : "\n");
+    } else {
+      field += c;
+    }
+  }
+  emit("");
+  return out;
 }
 
 }  // namespace ravelin_test
