@@ -14,6 +14,7 @@
 #include <cppuhelper/bootstrap.hxx>
 #include <cppuhelper/implbase1.hxx>
 #include <rtl/bootstrap.hxx>
+#include <rtl/digest.h>
 #include <rtl/uri.hxx>
 
 namespace tabulon::office::uno {
@@ -236,9 +237,38 @@ Error Session::Failure(const char* what, const std::string& message, ErrorKind k
   return Error(kind, std::string(what) + ": " + message);
 }
 
+namespace {
+
+// The office leaves its pipe files in the temp folders when it is killed,
+// and even after a clean exit: the accept pipe of our own name, and the
+// single-instance pipe named after an MD5 of the profile URL (UTF-16 code
+// units, hex digits without padding).
+void RemovePipeFiles(const std::string& pipe_name, const std::string& profile_dir) {
+  const OUString url = ToOUString("file://" + profile_dir);
+  sal_uInt8 digest[RTL_DIGEST_LENGTH_MD5];
+  rtl_digest_MD5(url.getStr(), url.getLength() * sizeof(sal_Unicode), digest, sizeof digest);
+  std::string hash;
+  char buf[4];
+  for (sal_uInt8 b : digest) {
+    snprintf(buf, sizeof buf, "%x", static_cast<unsigned>(b));
+    hash += buf;
+  }
+  const std::string uid = std::to_string(getuid());
+  for (const char* dir : {"/tmp", "/var/tmp"}) {
+    for (const std::string& name : {pipe_name, "SingleOfficeIPC_" + hash}) {
+      std::error_code ec;
+      std::filesystem::remove(std::string(dir) + "/OSL_PIPE_" + uid + "_" + name, ec);
+    }
+  }
+}
+
+}  // namespace
+
 void Session::MarkDead() {
   dead_ = true;
+  const std::string profile = process_->profile_dir();
   process_->Finish();
+  if (!profile.empty()) RemovePipeFiles(process_->pipe_name(), profile);
   // Proxies of a dead bridge release locally; drop them now.
   desktop_.clear();
   context_.clear();
