@@ -108,6 +108,18 @@ TEST_F(FileHelpers, FileExistsTakesOnlyStarAndQuestionMarkAsWildcards) {
   EXPECT_TRUE(FileExists(At("a[1]*")));      // matches "a[1]", not "a1x"
   EXPECT_TRUE(FileExists(At("x[1]/data*")));  // the folder's "[" is literal too
   EXPECT_FALSE(FileExists(At("*/data")));    // no wildcards in folders
+
+  // A file named outright counts even when a wildcard would find another first.
+  Write("x!");
+  Write("x?");
+  EXPECT_TRUE(FileExists(At("x?")));
+}
+
+TEST_F(FileHelpers, FileExistsLetsWildcardsFindHiddenFiles) {
+  // "?x" finds ".x", whose name stands in the path through the folder "h.x".
+  fs::create_directory(At("h.x"));
+  Write("h.x/.x");
+  EXPECT_TRUE(FileExists(At("h.x/?x")));
 }
 
 TEST(GetFolderOfPath, KeepsEverythingUpToTheLastSeparator) {
