@@ -64,7 +64,7 @@ std::string SearchPattern(const std::string& path) {
 
 // The bare name of the first file (never a folder) that `path` matches, or ""
 // when there is none or the search fails.
-std::string FindFirstFile(const std::string& path) {
+std::string FirstMatchingFile(const std::string& path) {
   // A trailing "/" names a folder, never a file; glob(3) would drop it and
   // report the file in front of it.
   if (path.back() == '/') return std::string();
@@ -94,7 +94,7 @@ bool FileExists(const std::string& path) {
   if (path.empty() || HasNul(path)) return false;
   const std::string trimmed = TrimBlanks(path);
   if (trimmed.empty()) return false;
-  const std::string found = FindFirstFile(trimmed);
+  const std::string found = FirstMatchingFile(trimmed);
   // The found name must be in the path as given: a wildcard pattern finds a
   // file but does not name it, and so does not count as an existing file.
   return !found.empty() && LowerAscii(path).find(LowerAscii(found)) != std::string::npos;
