@@ -4,7 +4,8 @@
 // - Every application object (CreateExcel, CreateWord) is one soffice.bin of
 //   its own, started here with a fresh profile folder, its own pipe name and
 //   its own process group, under LANG/LC_ALL=en_US.UTF-8 (C.UTF-8 when the
-//   system has no en_US.UTF-8; filters and number formats still get en-US).
+//   system has no en_US.UTF-8; filters and number formats still get en-US
+//   explicitly, and the office treats that locale as en-US).
 //   The first start of a fresh profile exits with code 81 and is started
 //   again. The office is reached over a UNO bridge on that pipe.
 // - Nothing is ever left running: Quit asks the office to terminate, waits a
@@ -29,19 +30,37 @@
 //
 // Limits (deviations from the Excel object model)
 // - Value set with text never parses it: "00123" stays text, "=1" stays text.
+// - UsedRange is the office's used area: cells with content or visible
+//   formatting. A cell that has only a number format does not count (Excel
+//   counts it).
 // - New workbooks have one sheet, "Sheet1"; new sheets are named SheetN with
 //   the first free N above the sheet count.
 // - SetName with a duplicate or invalid name leaves the old name (read back).
+//   SetNumberFormat accepts whatever code the office accepts; it rejects few.
 // - Copy/Paste use the backend's own clipboard: values and formulas (with
 //   relative references moved), transposition; cell formatting is kept only
 //   for a whole-range paste inside the same workbook without transposition.
-//   A Word table pastes as its cell text, without Word's formatting.
+//   A Word table pastes as its cell text (numbers become numbers), without
+//   Word's formatting. PasteSpecial with an Operation, or a Paste type other
+//   than all, values, formulas (and their number-format variants), throws.
 // - SaveAs with a password writes only formats the office can encrypt (.xls,
 //   .xlt, .ods); any other format asked for a password throws. A write
 //   reservation password on SaveAs throws "not supported". On Open, a write
 //   reservation password has no effect.
-// - Application.Run runs Basic macros of open documents (Lib.Module.Sub or
-//   Module.Sub or Sub); a Basic error inside the macro is not reported.
+// - dBase (7, 8, 11) needs the office's database drivers
+//   (libreoffice-base-drivers); without them SaveAs refuses those numbers.
+// - Text outputs with DisplayFormulas on are written from the cells'
+//   formulas in Excel syntax (values of constant cells unformatted).
+// - Application.Run runs Basic macros of open documents (Lib.Module.Sub,
+//   Module.Sub or Sub, optionally after "'Book'!"). A Basic error inside the
+//   macro is not reported. In an office driven this way, Basic sees the
+//   document model's methods but not those of sheets and cells (its
+//   introspection of them comes back empty), so macros that edit cells fail
+//   silently.
+// - Worksheet.PrintOut prints the sheet through the office's printing, to a
+//   named printer or, with PrintToFile, to PrToFileName (PostScript).
+//   Preview throws "not supported".
+// - Workbooks.Add is the only way to a new workbook; templates are not used.
 #pragma once
 
 #include <chrono>
