@@ -41,7 +41,8 @@ TEST(GetSheetNames, ListsWhatTheSpecificationSelects) {
   } cases[] = {
       {"*", 3, {"North", "South", "Totals"}},
       {"2", 1, {"South"}},
-      {"3-2", 2, {"South", "Totals"}},
+      {"3-2", 1, {"South"}},  // one pair: only its low end is used
+      {"3-2,1", 3, {"South", "Totals", "North"}},
       {"1,3", 2, {"North", "Totals"}},
       {"\"Totals\", North", 2, {"Totals", "North"}},
   };
@@ -66,7 +67,7 @@ TEST(GetSheetNames, MissingSheetsAreMinusElevenWithTheEvent) {
   EXPECT_EQ(SharedControl().get_ErrorString(), "Invalid Sheet Specified.");
   EXPECT_EQ(l.events, std::vector<int32_t>{-11});
   EXPECT_EQ(Names(l.names.begin(), l.names.begin() + 2), (Names{"North", "South"}));  // the walk went on
-  const Listing big = List(GetFixtures().three_sheets, "2-2000000000");
+  const Listing big = List(GetFixtures().three_sheets, "1,2-2000000000");
   EXPECT_EQ(big.result, -11);
 }
 

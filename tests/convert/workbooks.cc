@@ -66,7 +66,7 @@ void WriteFixtures(Fixtures& f) {
   {
     office::Workbook& book = app->GetWorkbooks().Add();
     auto sheet = book.GetWorksheets().Item(1);
-    sheet->GetRange("A3:B4")->SetValue(Block{{"top", "right"}, {"bottom", "last"}});
+    sheet->GetRange("A2:B4")->SetValue(Block{{"top", "right"}, {"mid", "middle"}, {"bottom", "last"}});
     office::SaveAsOptions options;
     options.file_format = 51;
     book.SaveAs(f.leading_rows, options);

@@ -17,7 +17,7 @@ struct Fixtures {
   std::string three_sheets;
   // Data (v / 1), 7 (seven / 7), Blank (nothing)
   std::string named_seven;
-  // one sheet: data only at A3:B4 ("top","right" / "bottom","last")
+  // one sheet: data only at A2:B4 ("top","right" / "mid","middle" / "bottom","last")
   std::string leading_rows;
   // one sheet: A1 1, B1 2, C1 =SUM(A1:B1)
   std::string formulas;
