@@ -13,7 +13,7 @@ packages=(
   # libraries the code uses
   libcli11-dev libhwy-dev
   # the office suite, full packages (printing needs them), and its SDK
-  libreoffice-calc libreoffice-writer libreoffice-dev
+  libreoffice-calc libreoffice-writer libreoffice-dev libreoffice-base-drivers
   # fonts and locales the office renders and exports with
   fonts-dejavu-core locales
 )

@@ -1,0 +1,138 @@
+// The command line's contract with scripts: data on stdout, "tabulon:
+// <command>: <code> <message>" on stderr, exit 0 / 1 / 2.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+  int exit_code;
+  std::string out;
+  std::string err;
+};
+
+// Runs the command line with `args` (shell words, already quoted).
+Result Tabulon(const std::string& args) {
+  const fs::path err_file = fs::temp_directory_path() / ("tabulon-cli-err-" + std::to_string(getpid()));
+  const std::string command = std::string(TABULON_CLI) + " " + args + " 2>" + err_file.string();
+  Result r;
+  FILE* pipe = popen(command.c_str(), "r");
+  std::array<char, 4096> buffer;
+  size_t n;
+  while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) r.out.append(buffer.data(), n);
+  const int status = pclose(pipe);
+  r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  std::ifstream in(err_file);
+  std::stringstream s;
+  s << in.rdbuf();
+  r.err = s.str();
+  fs::remove(err_file);
+  return r;
+}
+
+class Folder {
+ public:
+  Folder() : path_(fs::temp_directory_path() / ("tabulon-cli-" + std::to_string(getpid()))) {
+    fs::create_directories(path_);
+  }
+  ~Folder() { fs::remove_all(path_); }
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  fs::path path_;
+};
+
+std::string Read(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+TEST(CliContract, UsageErrorsExitTwo) {
+  const char* cases[] = {"", "nosuchcommand", "convert", "convert only-one-path", "csvTrimCSVFile a",
+                         "convert --no-such-option a b", "help nosuchcommand"};
+  for (const char* args : cases) {
+    const Result r = Tabulon(args);
+    EXPECT_EQ(r.exit_code, 2) << "[" << args << "] " << r.err;
+    EXPECT_TRUE(r.out.empty() || std::string(args).empty()) << "[" << args << "]";
+  }
+}
+
+TEST(CliContract, VersionAndHelpExitZeroOnStdout) {
+  Result v = Tabulon("--version");
+  EXPECT_EQ(v.exit_code, 0);
+  EXPECT_EQ(v.out.rfind("tabulon ", 0), 0u) << v.out;
+  Result h = Tabulon("help convert");
+  EXPECT_EQ(h.exit_code, 0);
+  EXPECT_NE(h.out.find("--multi-file"), std::string::npos);
+  EXPECT_TRUE(h.err.empty());
+}
+
+TEST(CliContract, TextMethodsReportTheLibraryCode) {
+  Folder dir;
+  std::ofstream(dir / "in.csv", std::ios::binary) << "a,\"x,y\"\n1,2\n";
+  const Result ok = Tabulon("csvChangeDelimitationCharacter " + dir / "in.csv" + " " + dir / "out.csv" + " ';'");
+  EXPECT_EQ(ok.exit_code, 0) << ok.err;
+  EXPECT_TRUE(ok.err.empty());
+  EXPECT_EQ(Read(dir / "out.csv"), "a;\"x,y\"\n1;2\n");
+
+  const Result missing = Tabulon("csvTrimCSVFile " + dir / "none.csv" + " " + dir / "out2.csv");
+  EXPECT_EQ(missing.exit_code, 1);
+  EXPECT_EQ(missing.err, "tabulon: csvTrimCSVFile: -1 Input file does not exist or cannot be read\n");
+  EXPECT_FALSE(fs::exists(dir / "out2.csv"));
+
+  const Result unicode = Tabulon("IsFileUnicode " + dir / "in.csv");
+  EXPECT_EQ(unicode.exit_code, 0);
+  EXPECT_EQ(unicode.out, "False\n");
+}
+
+TEST(CliContract, AMissingWorkbookIsMinusTwoOnStderr) {
+  Folder dir;
+  const Result r = Tabulon("convert " + dir / "none.xlsx" + " " + dir / "out.csv");
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err, "tabulon: convert: -2 Source file does not exist \r\r" + dir / "none.xlsx" + "\n");
+  EXPECT_TRUE(r.out.empty());
+}
+
+TEST(CliContract, AnUnknownFormatNameIsAUsageError) {
+  const Result r = Tabulon(std::string("convert -t nosuchformat ") + TABULON_SAMPLE + " /tmp/x.csv");
+  EXPECT_EQ(r.exit_code, 2);
+  EXPECT_NE(r.err.find("unknown format"), std::string::npos);
+}
+
+TEST(CliOffice, ConvertPrintsTheCreatedFiles) {
+  Folder dir;
+  const Result r = Tabulon(std::string("convert -m -s 1-2 ") + TABULON_SAMPLE + " " + dir / "q.csv");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.out, dir / "q-1.csv" + "\n" + dir / "q-2.csv" + "\n");
+  EXPECT_EQ(Read(dir / "q-2.csv").substr(0, 21), "Month,Units,Revenue\r\n");
+
+  const Result several =
+      Tabulon(std::string("convert -t xlsx ") + TABULON_SAMPLE + " " + TABULON_SAMPLE + " " + dir / "many");
+  EXPECT_EQ(several.exit_code, 0) << several.err;
+  EXPECT_EQ(several.out, dir / "many/quarterly.xlsx" + "\n" + dir / "many/quarterly.xlsx" + "\n");
+}
+
+TEST(CliOffice, SheetsAndOffice) {
+  const Result sheets = Tabulon(std::string("sheets ") + TABULON_SAMPLE);
+  EXPECT_EQ(sheets.exit_code, 0);
+  EXPECT_EQ(sheets.out, "North\nSouth\nNotes\n");
+  const Result missing = Tabulon(std::string("sheets ") + TABULON_SAMPLE + " Nowhere");
+  EXPECT_EQ(missing.exit_code, 1);
+  EXPECT_EQ(missing.err, "tabulon: sheets: -11 Invalid Sheet Specified.\n");
+  const Result office = Tabulon("office");
+  EXPECT_EQ(office.exit_code, 0);
+  EXPECT_EQ(office.out, "ExcelIsInstalled True\nWordIsInstalled True\nExcelVersion 7.4\nExcelBuild 2\n");
+}
+
+}  // namespace
