@@ -228,10 +228,10 @@ class CropColumns : public Rewriter {
     StartRecord();
   }
 
-  void Data(const char*, size_t, uint64_t, bool) {}
-  void OpenQuote(uint64_t) {}
-  void CloseQuote(uint64_t) {}
-  void EscapedQuote(uint64_t) {}
+  void Data(const char* p, size_t n, uint64_t, bool quoted) { lone_cr_ = !quoted && p[n - 1] == '\r'; }
+  void OpenQuote(uint64_t) { lone_cr_ = false; }
+  void CloseQuote(uint64_t) { lone_cr_ = false; }
+  void EscapedQuote(uint64_t) { lone_cr_ = false; }
   void Delimiter(uint64_t at) {
     Settle(at);
     keep_ = columns_.Contains(++column_);
@@ -259,18 +259,27 @@ class CropColumns : public Rewriter {
     keep_ = columns_.Contains(1);
     kept_ = keep_;
   }
-  void Settle(uint64_t upto) {
-    if (keep_) {
-      Keep(upto);
+  // The field runs from pos() to `end`.
+  void Settle(uint64_t end) {
+    if (!keep_) {
+      Drop(end);
+    } else if (lone_cr_) {
+      // Its last character is a CR that a line break may come to follow
+      // once the next fields are gone: quoted, it stays text.
+      Insert("\"");
+      KeepDoublingQuotes(end);
+      Insert("\"");
     } else {
-      Drop(upto);
+      Keep(end);
     }
+    lone_cr_ = false;
   }
 
   const RangeSet& columns_;
   int64_t column_ = 1;
   int64_t kept_ = 0;
   bool keep_ = false;
+  bool lone_cr_ = false;  // the field so far ends with a CR outside quotes
 };
 
 // Counts characters the way the fixed-length rewrite measures them: a UTF-8
@@ -439,7 +448,7 @@ class Trim : public Rewriter {
  public:
   using Rewriter::Rewriter;
 
-  void Data(const char* p, size_t n, uint64_t at, bool) {
+  void Data(const char* p, size_t n, uint64_t at, bool quoted) {
     if (phase_ == kLead || phase_ == kQuotedLead) {
       size_t k = 0;
       while (k < n && p[k] == ' ') ++k;
@@ -452,7 +461,10 @@ class Trim : public Rewriter {
     }
     size_t j = n;
     while (j > 0 && p[j - 1] == ' ') --j;
-    if (j > 0) Keep(at + j);
+    if (j > 0) {
+      Keep(at + j);
+      lone_cr_ = !quoted && p[j - 1] == '\r';
+    }
     phase_ = kBody;
   }
   void OpenQuote(uint64_t at) {
@@ -463,18 +475,21 @@ class Trim : public Rewriter {
       phase_ = kBody;
     }
     Keep(at + 1);
+    lone_cr_ = false;
   }
   void CloseQuote(uint64_t at) {
     Drop(at);
     Keep(at + 1);
     phase_ = kAfterClose;
+    lone_cr_ = false;
   }
   void EscapedQuote(uint64_t at) {
     Keep(at + 2);
     phase_ = kBody;
+    lone_cr_ = false;
   }
-  void Delimiter(uint64_t at) { EndField(at, 1); }
-  void LineEnd(uint64_t at, size_t len) { EndField(at, len); }
+  void Delimiter(uint64_t at) { EndField(at, 1, false); }
+  void LineEnd(uint64_t at, size_t len) { EndField(at, len, len == 1); }
   void Finish(uint64_t end) {
     Drop(end);
     Flush();
@@ -483,13 +498,21 @@ class Trim : public Rewriter {
  private:
   enum Phase { kLead, kQuotedLead, kBody, kAfterClose };
 
-  void EndField(uint64_t at, size_t len) {
-    Drop(at);
+  void EndField(uint64_t at, size_t len, bool lf) {
+    // Spaces between a CR and the LF that ends the line keep them apart:
+    // without them the CR would become part of the line break.
+    if (lf && lone_cr_) {
+      Keep(at);
+    } else {
+      Drop(at);
+    }
     Keep(at + len);
     phase_ = kLead;
+    lone_cr_ = false;
   }
 
   Phase phase_ = kLead;
+  bool lone_cr_ = false;  // the text kept last ends with a CR outside quotes
 };
 
 }  // namespace

@@ -69,8 +69,23 @@ Status WriteAt(int fd, uint64_t offset, const char* p, size_t n) {
   return Status::kOk;
 }
 
+namespace {
+
+// A small file gets a buffer its size (the block still grows no larger
+// than asked): most files handed to a rewrite are small.
+size_t BlockFor(int fd, uint64_t begin, size_t block_size) {
+  constexpr size_t kSmallest = 4096;
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return block_size;
+  const auto size = static_cast<uint64_t>(st.st_size);
+  const uint64_t left = size > begin ? size - begin : 0;
+  return static_cast<size_t>(std::min<uint64_t>(block_size, std::max<uint64_t>(kSmallest, left + 1)));
+}
+
+}  // namespace
+
 Input::Input(int fd, uint64_t begin, size_t block_size)
-    : fd_(fd), begin_(begin), next_(begin), offset_(begin), buf_(block_size) {}
+    : fd_(fd), begin_(begin), next_(begin), offset_(begin), buf_(BlockFor(fd, begin, block_size)) {}
 
 Status Input::Next(bool* more) {
   offset_ = next_;

@@ -132,6 +132,12 @@ class Rewriter {
     Flush();
     out_.Write(text.data(), text.size());
   }
+  // Input [pos_, upto) goes to the output with every '"' doubled.
+  void KeepDoublingQuotes(uint64_t upto) {
+    Flush();
+    out_.CopyDoublingQuotes(in_, pos_, upto);
+    pos_ = copy_from_ = upto;
+  }
   void InsertRepeated(char c, uint64_t n) {
     Flush();
     out_.Fill(c, n);

@@ -1,8 +1,21 @@
 #include "rewrite_file.h"
 
+#include <algorithm>
+
 #include "encoding.h"
 
 namespace ravelin {
+
+namespace {
+
+// Rewrites rarely grow a text by more than half; a larger output just
+// takes more flushes.
+size_t OutputBufferFor(uint64_t input_size) {
+  constexpr uint64_t kLargest = uint64_t{1} << 20;
+  return static_cast<size_t>(std::clamp<uint64_t>(input_size + input_size / 2, 4096, kLargest));
+}
+
+}  // namespace
 
 Status DecodeToScratch(int fd, uint64_t begin, bool big_endian, const std::string& folder, Fd* scratch) {
   RAVELIN_RETURN_IF_ERROR(OpenScratch(folder, scratch));
@@ -23,7 +36,7 @@ Status RewriteFile(const char* in_path, const char* out_path, const TextRewrite&
 
   PendingFile pending;
   RAVELIN_RETURN_IF_ERROR(pending.Create(out_path));
-  Output out(pending.fd(), 0);
+  Output out(pending.fd(), 0, OutputBufferFor(size));
   out.Write(bom.data(), bom.size());
   if (!IsUtf16(encoding)) {
     Input in(in_fd.get(), bom.size());
@@ -36,7 +49,7 @@ Status RewriteFile(const char* in_path, const char* out_path, const TextRewrite&
     RAVELIN_RETURN_IF_ERROR(OpenScratch(pending.folder(), &result));
     {
       Input in(text.get(), 0);
-      Output rewritten(result.get(), 0);
+      Output rewritten(result.get(), 0, OutputBufferFor(size));
       RAVELIN_RETURN_IF_ERROR(rewrite(in, rewritten));
       RAVELIN_RETURN_IF_ERROR(rewritten.Flush());
     }

@@ -28,6 +28,11 @@ std::string Structure(const std::string& text) {
   return s;
 }
 
+bool HasMark(const std::string& s) {
+  return s.compare(0, 3, "\xEF\xBB\xBF") == 0 || s.compare(0, 2, "\xFF\xFE") == 0 ||
+         s.compare(0, 2, "\xFE\xFF") == 0;
+}
+
 std::string Run(const Rewrite& rewrite, const std::string& in_text, const char* what) {
   const std::string in = ravelin_fuzz::Path("in.csv"), out = ravelin_fuzz::Path("out.csv");
   ravelin_test::WriteFile(in, in_text);
@@ -85,7 +90,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string once = Run(c.rewrite, text, c.name);
     if (wide) continue;  // UTF-16 text: no crash and success is what is checked
     if (c.keeps_structure) Check(Structure(once) == Structure(text), c.name);
-    if (c.idempotent) Check(Run(c.rewrite, once, c.name) == once, c.name);
+    // Removing what stood before bytes that look like a byte-order mark
+    // leaves them first, where they are one: the next run then sees other
+    // text, rightly.
+    const bool new_mark = HasMark(once) && !HasMark(text);
+    if (c.idempotent && !new_mark) Check(Run(c.rewrite, once, c.name) == once, c.name);
   }
   auto all_rows = [](const char* i, const char* o) { return CropCSVFileToSpecificRows(i, o, "1-2147483647"); };
   auto all_cols = [](const char* i, const char* o) { return CropCSVFileToSpecificColumns(i, o, "1-2147483647"); };

@@ -22,9 +22,19 @@ struct Golden {
 
 using Rewrite = std::function<int32_t(const char* in, const char* out)>;
 
+// With RAVELIN_SEED_DIR set, the golden inputs are also written there: they
+// seed the fuzzers' corpus (tests/data/ravelin/seeds, scripts/fuzz.sh).
+void SaveSeed(const std::string& input) {
+  const char* folder = std::getenv("RAVELIN_SEED_DIR");
+  if (folder == nullptr || input.empty()) return;
+  WriteFile(std::string(folder) + "/golden-" + std::to_string(std::hash<std::string>{}(input) % 1000000) + ".csv",
+            input);
+}
+
 void CheckGolden(const Rewrite& rewrite, const std::vector<Golden>& cases) {
   TempDir dir;
   for (const Golden& c : cases) {
+    SaveSeed(c.input);
     const std::vector<std::pair<std::string, std::function<std::string(const std::string&)>>> encodings = {
         {"8-bit", [](const std::string& s) { return s; }},
         {"UTF-8 BOM", [](const std::string& s) { return "\xEF\xBB\xBF" + s; }},
@@ -140,6 +150,8 @@ TEST(CropColumns, KeepsListedFieldsOfEveryRecord) {
                            });
   CheckGolden(cols("3"), {{"a,b\nx,y,z\n", "\nz\n"}});
   CheckGolden(cols("2"), {{",x,\n", "x\n"}});
+  // A CR that would come to stand before the line break is kept in quotes.
+  CheckGolden(cols("1"), {{"a\r,b\n", "\"a\r\"\n"}, {"x\"\"y\r,b", "\"x\"\"\"\"y\r\""}});
 }
 
 TEST(FixedLength, PadsListedColumnsInsideQuotesAndNeverCuts) {
@@ -182,6 +194,8 @@ TEST(Trim, RemovesSpacesAtBothEndsOfValues) {
                                {" a \r\n", "a\r\n"},
                                {"a,b  ", "a,b"},
                                {"   \n", "\n"},
+                               {"a \r \n", "a \r \n"},
+                               {"x, a\r ,y\n", "x,a\r,y\n"},
                            });
 }
 
