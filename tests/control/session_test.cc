@@ -68,6 +68,19 @@ TEST_F(Session, OptimizeForSpeedKeepsOneOfficePerApplicationUntilSetFalse) {
   EXPECT_TRUE(ChildOfficePids().empty());
 }
 
+TEST_F(Session, SwitchesAreSetInOrderAtCreationAndEventsBackOnBeforeQuit) {
+  auto factory = Spy();
+  TabulonCtrl c(With(factory));
+  c.put_Verbose(true);
+  EXPECT_DOUBLE_EQ(c.get_ExcelBuild(), 2.0);
+  const std::vector<std::string> expected = {
+      "DisplayAlerts=1",    "EnableEvents=0",           "Visible=0",
+      "DisplayAlerts=1",    "AskToUpdateLinks=1",       "AlertBeforeOverwriting=1",
+      "PromptForSummaryInfo=1", "EnableEvents=1"};
+  EXPECT_EQ(factory->spy().switches, expected);
+  EXPECT_EQ(factory->spy().quits, 1);
+}
+
 TEST_F(Session, AnOfficeKilledBetweenCallsIsReplacedNotReused) {
   auto factory = Spy();
   TabulonCtrl c(With(factory));

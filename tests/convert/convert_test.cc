@@ -243,5 +243,22 @@ TEST_F(Convert, EveryTextFormatJoinsAndOtherFormatsKeepTheirPieces) {
   EXPECT_EQ(ReadFile(dir / "t.txt"), "name\tqty\r\ncaf\xC3\xA9\t3\r\na,b\t4\r\nx\ty\r\n1\t2\r\n");
 }
 
+TEST(ConvertSession, AFailedQuitReplacesTheCodeAndIsRaisedAfterTheSheetFailure) {
+  auto factory = std::make_shared<testing::SpyFactory>(office::DefaultFactory());
+  factory->spy().fail_quit = true;
+  ControlOptions options;
+  options.office = factory;
+  TabulonCtrl c(options);
+  std::vector<int32_t> codes;
+  c.AdviseOnError([&](int32_t& code, std::string&) { codes.push_back(code); });
+  const auto dir = OutputFolder("failed-quit");
+  std::string source = GetFixtures().three_sheets, sheets = "1,9", target = (dir / "b.csv").string();
+  int32_t type = 6;
+  bool formulas = false;
+  EXPECT_EQ(c.OpenXLSSaveAs(source, sheets, target, type, formulas), -4);
+  EXPECT_EQ(c.get_ErrorString(), "Unable to destroy Excel application. Is it installed?");
+  EXPECT_EQ(codes, (std::vector<int32_t>{-11, -4}));
+}
+
 }  // namespace
 }  // namespace tabulon

@@ -88,5 +88,25 @@ TEST(GetSheetNames, AFullArrayEndsTheWalk) {
   EXPECT_EQ(l.names, (Names{"North", "South"}));
 }
 
+TEST(GetSheetNames, OpensWithTheInputPassword) {
+  ResetSharedControl();
+  TabulonCtrl& c = SharedControl();
+  for (const char* password : {"pw", "wrong"}) {
+    c.put_InputFile_PassWord(password);
+    std::string path = GetFixtures().protected_book, spec = "*";
+    std::vector<std::string> names(3, "untouched");
+    const int32_t result = c.GetSheetNames(path, spec, names);
+    if (std::string(password) == "pw") {
+      EXPECT_EQ(result, 1);
+      EXPECT_EQ(names[0], "Locked");
+    } else {
+      // The open fails inside the routine: nothing is listed.
+      EXPECT_EQ(result, 0);
+      EXPECT_EQ(names[0], "untouched");
+    }
+  }
+  c.put_InputFile_PassWord("");
+}
+
 }  // namespace
 }  // namespace tabulon

@@ -55,6 +55,7 @@ void WriteFixtures(Fixtures& f) {
   f.leading_rows = (f.dir / "leading.xlsx").string();
   f.formulas = (f.dir / "formulas.xlsx").string();
   f.semicolons = (f.dir / "semicolons.csv").string();
+  f.protected_book = (f.dir / "protected.ods").string();
 
   auto factory = office::uno::MakeUnoFactory();
   auto app = factory->CreateExcel();
@@ -80,6 +81,17 @@ void WriteFixtures(Fixtures& f) {
     office::SaveAsOptions options;
     options.file_format = 51;
     book.SaveAs(f.formulas, options);
+    book.Close(false);
+  }
+  {
+    office::Workbook& book = app->GetWorkbooks().Add();
+    auto sheet = book.GetWorksheets().Item(1);
+    sheet->SetName("Locked");
+    sheet->GetRange("A1")->SetValue(office::Cell(std::string("secret")));
+    office::SaveAsOptions options;
+    options.file_format = 60;
+    options.password = "pw";
+    book.SaveAs(f.protected_book, options);
     book.Close(false);
   }
   app->Quit();

@@ -23,6 +23,8 @@ struct Fixtures {
   std::string formulas;
   // a semicolon-separated text file: a;b / 1;2
   std::string semicolons;
+  // an OpenDocument workbook opened with the password "pw": Locked (secret)
+  std::string protected_book;
 };
 
 // Writes the fixtures (once) and gives the shared control, reset to the

@@ -21,6 +21,7 @@ struct OfficeSpy {
   bool fail_quit = false;          // Quit throws (after quitting for real)
   bool fail_create = false;        // CreateExcel throws
   std::vector<std::pair<std::string, office::OpenOptions>> opens;
+  std::vector<std::string> switches;  // "DisplayAlerts=1", in the order set
 };
 
 class SpyWorkbooks : public office::Workbooks {
@@ -45,12 +46,30 @@ class SpyApplication : public office::Application {
   SpyApplication(std::unique_ptr<office::Application> real, std::shared_ptr<OfficeSpy> spy)
       : real_(std::move(real)), spy_(std::move(spy)), workbooks_(real_->GetWorkbooks(), *spy_) {}
 
-  void SetDisplayAlerts(bool v) override { real_->SetDisplayAlerts(v); }
-  void SetEnableEvents(bool v) override { real_->SetEnableEvents(v); }
-  void SetVisible(bool v) override { real_->SetVisible(v); }
-  void SetAskToUpdateLinks(bool v) override { real_->SetAskToUpdateLinks(v); }
-  void SetAlertBeforeOverwriting(bool v) override { real_->SetAlertBeforeOverwriting(v); }
-  void SetPromptForSummaryInfo(bool v) override { real_->SetPromptForSummaryInfo(v); }
+  void SetDisplayAlerts(bool v) override {
+    spy_->switches.push_back("DisplayAlerts=" + std::to_string(v));
+    real_->SetDisplayAlerts(v);
+  }
+  void SetEnableEvents(bool v) override {
+    spy_->switches.push_back("EnableEvents=" + std::to_string(v));
+    real_->SetEnableEvents(v);
+  }
+  void SetVisible(bool v) override {
+    spy_->switches.push_back("Visible=" + std::to_string(v));
+    real_->SetVisible(v);
+  }
+  void SetAskToUpdateLinks(bool v) override {
+    spy_->switches.push_back("AskToUpdateLinks=" + std::to_string(v));
+    real_->SetAskToUpdateLinks(v);
+  }
+  void SetAlertBeforeOverwriting(bool v) override {
+    spy_->switches.push_back("AlertBeforeOverwriting=" + std::to_string(v));
+    real_->SetAlertBeforeOverwriting(v);
+  }
+  void SetPromptForSummaryInfo(bool v) override {
+    spy_->switches.push_back("PromptForSummaryInfo=" + std::to_string(v));
+    real_->SetPromptForSummaryInfo(v);
+  }
   std::string Version() override { return real_->Version(); }
   int32_t Build() override { return real_->Build(); }
   office::Workbooks& GetWorkbooks() override { return workbooks_; }
