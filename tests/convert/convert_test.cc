@@ -74,9 +74,9 @@ TEST_F(Convert, AllSheetsToAWorkbookFormatIsOneSaveThatListsNothing) {
   EXPECT_TRUE(out.files.empty());
   EXPECT_TRUE(out.processed.empty());
   EXPECT_EQ(ReadFile(target).substr(0, 2), "PK");
-  std::string path = target, spec = "*";
+  std::string path = target, sheet_list = "*";
   std::vector<std::string> names(5);
-  EXPECT_EQ(SharedControl().GetSheetNames(path, spec, names), 3);
+  EXPECT_EQ(SharedControl().GetSheetNames(path, sheet_list, names), 3);
   EXPECT_EQ(Names(names.begin(), names.begin() + 3), (Names{"North", "South", "Totals"}));
 }
 

@@ -14,19 +14,19 @@ using testing::SharedControl;
 struct Listing {
   int32_t result;
   std::vector<std::string> names;
-  std::string spec_after;
+  std::string list_after;
   std::vector<int32_t> events;
 };
 
-Listing List(const std::string& book, const std::string& spec, size_t capacity = 10) {
+Listing List(const std::string& book, const std::string& sheet_list, size_t capacity = 10) {
   ResetSharedControl();
   TabulonCtrl& c = SharedControl();
   Listing out;
   const uint32_t cookie = c.AdviseOnError([&](int32_t& code, std::string&) { out.events.push_back(code); });
   std::string path = book;
-  out.spec_after = spec;
+  out.list_after = sheet_list;
   out.names.assign(capacity, "");
-  out.result = c.GetSheetNames(path, out.spec_after, out.names);
+  out.result = c.GetSheetNames(path, out.list_after, out.names);
   c.UnadviseOnError(cookie);
   return out;
 }
@@ -35,7 +35,7 @@ using Names = std::vector<std::string>;
 
 TEST(GetSheetNames, ListsWhatTheSpecificationSelects) {
   struct Case {
-    const char* spec;
+    const char* sheet_list;
     int32_t result;
     Names names;
   } cases[] = {
@@ -47,11 +47,11 @@ TEST(GetSheetNames, ListsWhatTheSpecificationSelects) {
       {"\"Totals\", North", 2, {"Totals", "North"}},
   };
   for (const Case& t : cases) {
-    const Listing l = List(GetFixtures().three_sheets, t.spec);
-    EXPECT_EQ(l.result, t.result) << t.spec;
-    EXPECT_EQ(Names(l.names.begin(), l.names.begin() + t.names.size()), t.names) << t.spec;
+    const Listing l = List(GetFixtures().three_sheets, t.sheet_list);
+    EXPECT_EQ(l.result, t.result) << t.sheet_list;
+    EXPECT_EQ(Names(l.names.begin(), l.names.begin() + t.names.size()), t.names) << t.sheet_list;
     EXPECT_EQ(l.names.size(), 10u);  // never resized
-    EXPECT_TRUE(l.events.empty()) << t.spec;
+    EXPECT_TRUE(l.events.empty()) << t.sheet_list;
   }
 }
 
@@ -93,9 +93,9 @@ TEST(GetSheetNames, OpensWithTheInputPassword) {
   TabulonCtrl& c = SharedControl();
   for (const char* password : {"pw", "wrong"}) {
     c.put_InputFile_PassWord(password);
-    std::string path = GetFixtures().protected_book, spec = "*";
+    std::string path = GetFixtures().protected_book, sheet_list = "*";
     std::vector<std::string> names(3, "untouched");
-    const int32_t result = c.GetSheetNames(path, spec, names);
+    const int32_t result = c.GetSheetNames(path, sheet_list, names);
     if (std::string(password) == "pw") {
       EXPECT_EQ(result, 1);
       EXPECT_EQ(names[0], "Locked");

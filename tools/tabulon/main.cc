@@ -183,13 +183,13 @@ int RunConvert(const ConvertOptions& o) {
   return exit_code;
 }
 
-int RunSheets(const std::string& book_arg, const std::string& spec_arg) {
+int RunSheets(const std::string& book_arg, const std::string& list_arg) {
   tabulon::TabulonCtrl control;
   std::string book = Absolute(book_arg);
-  std::string spec = spec_arg;
+  std::string sheet_list = list_arg;
   // A workbook has at most a few thousand sheets; the array bounds the walk.
   std::vector<std::string> names(10000);
-  const int32_t result = control.GetSheetNames(book, spec, names);
+  const int32_t result = control.GetSheetNames(book, sheet_list, names);
   if (result < 0) return Report("sheets", result, control.get_ErrorString());
   for (int32_t i = 0; i < result; ++i) std::cout << names[i] << "\n";
   return 0;
@@ -257,10 +257,10 @@ int main(int argc, char** argv) {
   convert_cmd->add_flag("--report", convert.report, "Print FilesJustCreated and SheetsJustProcessed");
 
   std::string sheets_book;
-  std::string sheets_spec = "*";
+  std::string sheets_list = "*";
   CLI::App* sheets_cmd = app.add_subcommand("sheets", "List the sheets of a workbook (GetSheetNames)");
   sheets_cmd->add_option("book", sheets_book, "Workbook")->required();
-  sheets_cmd->add_option("spec", sheets_spec, "Sheets: * (default), numbers or names");
+  sheets_cmd->add_option("sheet_list", sheets_list, "Sheets: * (default), numbers or names");
 
   CLI::App* office_cmd =
       app.add_subcommand("office", "Report ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild");
@@ -313,7 +313,7 @@ int main(int argc, char** argv) {
       return kExitUsage;
     }
     if (convert_cmd->parsed()) return RunConvert(convert);
-    if (sheets_cmd->parsed()) return RunSheets(sheets_book, sheets_spec);
+    if (sheets_cmd->parsed()) return RunSheets(sheets_book, sheets_list);
     if (office_cmd->parsed()) return RunOffice();
     if (unicode_cmd->parsed()) {
       tabulon::TabulonCtrl control;
