@@ -260,7 +260,7 @@ int main(int argc, char** argv) {
   std::string sheets_list = "*";
   CLI::App* sheets_cmd = app.add_subcommand("sheets", "List the sheets of a workbook (GetSheetNames)");
   sheets_cmd->add_option("book", sheets_book, "Workbook")->required();
-  sheets_cmd->add_option("sheet_list", sheets_list, "Sheets: * (default), numbers or names");
+  sheets_cmd->add_option("sheets", sheets_list, "Sheets: * (default), numbers or names");
 
   CLI::App* office_cmd =
       app.add_subcommand("office", "Report ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild");
