@@ -237,6 +237,7 @@ class CropColumns : public Rewriter {
     keep_ = columns_.Contains(++column_);
     // A kept field after another one keeps the delimiter before it.
     if (keep_ && kept_ > 0) {
+      Release(false);
       Keep(at + 1);
     } else {
       Drop(at + 1);
@@ -245,11 +246,13 @@ class CropColumns : public Rewriter {
   }
   void LineEnd(uint64_t at, size_t len) {
     Settle(at);
+    Release(len == 1);
     Keep(at + len);
     StartRecord();
   }
   void Finish(uint64_t end) {
     Settle(end);
+    Release(false);
     Flush();
   }
 
@@ -261,18 +264,33 @@ class CropColumns : public Rewriter {
   }
   // The field runs from pos() to `end`.
   void Settle(uint64_t end) {
-    if (!keep_) {
+    if (keep_ && lone_cr_) {
+      // Its last character is a CR that an LF would follow if no later
+      // field is kept: it waits, left out for now, until that is known.
+      held_ = true;
+      held_begin_ = pos();
+      held_end_ = end;
       Drop(end);
-    } else if (lone_cr_) {
-      // Its last character is a CR that a line break may come to follow
-      // once the next fields are gone: quoted, it stays text.
-      Insert("\"");
-      KeepDoublingQuotes(end);
-      Insert("\"");
-    } else {
+    } else if (keep_) {
       Keep(end);
+    } else {
+      Drop(end);
     }
     lone_cr_ = false;
+  }
+  // Writes a waiting field; quoted when an LF follows, so that its CR stays
+  // text.
+  void Release(bool before_lf) {
+    if (!held_) return;
+    held_ = false;
+    Flush();
+    if (before_lf) {
+      out_.Put('"');
+      out_.CopyDoublingQuotes(in_, held_begin_, held_end_);
+      out_.Put('"');
+    } else {
+      out_.CopyFrom(in_, held_begin_, held_end_);
+    }
   }
 
   const RangeSet& columns_;
@@ -280,6 +298,9 @@ class CropColumns : public Rewriter {
   int64_t kept_ = 0;
   bool keep_ = false;
   bool lone_cr_ = false;  // the field so far ends with a CR outside quotes
+  bool held_ = false;
+  uint64_t held_begin_ = 0;
+  uint64_t held_end_ = 0;
 };
 
 // Counts characters the way the fixed-length rewrite measures them: a UTF-8

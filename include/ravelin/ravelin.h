@@ -65,7 +65,8 @@
  *   - a record ends at a line break, LF or CR LF; a CR that is not
  *     followed by LF is an ordinary character (no rewrite lets it come to
  *     stand before an LF: CropCSVFileToSpecificColumns quotes a kept field
- *     that ends with one, TrimCSVFile keeps the spaces after one); the last
+ *     ending with one when it comes to end its line, TrimCSVFile keeps the
+ *     spaces after one); the last
  *     record may end with or without a line break, and a line break at the
  *     very end of the file does not start another record;
  *   - fields are separated by ',' (CSVFileChangeDelimitationChar writes

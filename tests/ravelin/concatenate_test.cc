@@ -117,7 +117,10 @@ class Join : public testing::Test {
   }
   std::string List(const std::vector<std::string>& items) const {
     std::string list;
-    for (const std::string& item : items) list += (list.empty() ? "" : "|") + (dir_ / item);
+    for (const std::string& item : items) {
+      if (!list.empty()) list += '|';
+      list += dir_ / item;
+    }
     return list;
   }
   std::string Out() const { return dir_ / "out.csv"; }
