@@ -4,6 +4,7 @@
 #include <iconv.h>
 #include <langinfo.h>
 #include <locale.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -14,8 +15,21 @@
 namespace tabulon {
 
 namespace {
+
 constexpr const char* kLibraryName = "libravelin.so";
+
+// The folder this library was loaded from. The text library ships beside it;
+// looking there first keeps that true even where the dynamic loader cannot
+// tell who called dlopen (an interposed dlopen hides the caller's RUNPATH).
+std::string OwnFolder() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&OwnFolder), &info) == 0 || info.dli_fname == nullptr) return {};
+  std::string path = info.dli_fname;
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
+
+}  // namespace
 
 RavelinLibrary::RavelinLibrary(std::string folder) : folder_(std::move(folder)) {}
 
@@ -25,8 +39,17 @@ RavelinLibrary::~RavelinLibrary() {
 
 void* RavelinLibrary::Resolve(const char* name) {
   if (handle_ == nullptr) {
-    std::string path = folder_.empty() ? kLibraryName : folder_ + "/" + kLibraryName;
-    handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (folder_.empty()) {
+      const std::string beside = OwnFolder();
+      if (!beside.empty()) {
+        const std::string path = beside + "/" + kLibraryName;
+        if (access(path.c_str(), F_OK) == 0) handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+      }
+      if (handle_ == nullptr) handle_ = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
+    } else {
+      const std::string path = folder_ + "/" + kLibraryName;
+      handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    }
     if (handle_ == nullptr) {
       const char* why = dlerror();
       throw AutomationError(AutomationError::kFileNotFound,
