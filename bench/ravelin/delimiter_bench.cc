@@ -1,7 +1,10 @@
 // Speed of CSVFileChangeDelimitationChar on a large generated CSV file, next
 // to the same job done by Miller and to a plain copy of the file.
 //
-//   ravelin_bench [megabytes]        (default: $RAVELIN_BENCH_MB, else 1024)
+//   ravelin_bench [megabytes] [all]  (default: $RAVELIN_BENCH_MB, else 1024)
+//
+// With "all", the other rewrites are timed on the same file as well (best
+// of three calls in one process).
 //
 // The file (quoted delimiters, doubled quotes, quoted line breaks) is
 // written to $TMPDIR (else /tmp) and removed at the end. Each job runs in a
@@ -48,6 +51,7 @@ Run Spawn(const std::vector<std::string>& args, const char* stdout_path = nullpt
     posix_spawn_file_actions_addopen(&actions, 1, stdout_path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
   }
   Run run;
+  std::fflush(stdout);  // the child may write to the same stdout
   const auto start = std::chrono::steady_clock::now();
   pid_t pid = 0;
   if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
@@ -126,12 +130,50 @@ long OwnPeakKb() {
   return kb;
 }
 
+// Times every other rewrite on `in` (best of three calls).
+int TimeOthers(const char* in, const char* out) {
+  struct Job {
+    const char* name;
+    int32_t (*call)(const char*, const char*);
+  };
+  static const Job kJobs[] = {
+      {"TXTFileChangeDelimitationChar , to tab",
+       [](const char* i, const char* o) { return TXTFileChangeDelimitationChar(i, o, ",", "\t"); }},
+      {"EncaseEachFieldWithQuotes", EncaseEachFieldWithQuotes},
+      {"PadCSVFileWithASpaces", PadCSVFileWithASpaces},
+      {"RemoveEmptyLinesFromCSVFile", RemoveEmptyLinesFromCSVFile},
+      {"CropCSVFileToSpecificRows all",
+       [](const char* i, const char* o) { return CropCSVFileToSpecificRows(i, o, "1-2147483647"); }},
+      {"CropCSVFileToSpecificColumns 1,3,5",
+       [](const char* i, const char* o) { return CropCSVFileToSpecificColumns(i, o, "1,3,5"); }},
+      {"PadCSVFileForFixedLengthFields 12 left",
+       [](const char* i, const char* o) { return PadCSVFileForFixedLengthFields(i, o, 12, "_", 1, ""); }},
+      {"RemoveControlCharactersFromFileInQuotesOnly", RemoveControlCharactersFromFileInQuotesOnly},
+      {"TrimCSVFile", TrimCSVFile},
+      {"DeleteEmptyLinesFromTextFile", DeleteEmptyLinesFromTextFile},
+  };
+  struct stat st;
+  if (::stat(in, &st) != 0) return 1;
+  for (const Job& job : kJobs) {
+    double best = 1e30;
+    for (int i = 0; i < 3; ++i) {
+      const auto start = std::chrono::steady_clock::now();
+      if (job.call(in, out) != RAVELIN_OK) return 1;
+      best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+      ::unlink(out);
+    }
+    std::printf("%-44s %7.3f s %8.1f MB/s\n", job.name, best, static_cast<double>(st.st_size) / 1e6 / best);
+  }
+  return 0;
+}
+
 // The children's part: generate the file, or make one call and print the
 // process's own peak memory (the parent's wait4 figure also counts the
 // parent's memory at the moment it started the child).
 int Worker(int argc, char** argv) {
   const std::string mode = argv[1];
   if (mode == "--generate" && argc == 4) return Generate(argv[2], std::strtoull(argv[3], nullptr, 10)) ? 0 : 1;
+  if (mode == "--others" && argc == 4) return TimeOthers(argv[2], argv[3]);
   if (argc != 5 && argc != 6) return 2;
   const int calls = argc == 6 ? std::atoi(argv[5]) : 1;
   int32_t r = RAVELIN_OK;
@@ -171,10 +213,17 @@ int main(int argc, char** argv) {
   if (argc > 1 && argv[1][0] == '-' && argv[1][1] == '-') return Worker(argc, argv);
   const std::string self = "/proc/self/exe";
   uint64_t mb = 1024;
+  bool others = false;
   if (const char* env = std::getenv("RAVELIN_BENCH_MB")) mb = std::strtoull(env, nullptr, 10);
-  if (argc > 1) mb = std::strtoull(argv[1], nullptr, 10);
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "all") == 0) {
+      others = true;
+    } else {
+      mb = std::strtoull(argv[i], nullptr, 10);
+    }
+  }
   if (mb == 0) {
-    std::fprintf(stderr, "usage: %s [megabytes]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [megabytes] [all]\n", argv[0]);
     return 2;
   }
   const char* tmp = std::getenv("TMPDIR");
@@ -236,6 +285,8 @@ int main(int argc, char** argv) {
   const Run mlr = Spawn({"mlr", "--icsv", "--ocsv", "--ofs", ";", "cat", in}, miller.c_str());
   ::unlink(miller.c_str());
   Report("mlr --icsv --ocsv --ofs ';' cat", mlr, bytes);
+  if (others) std::printf("\nother rewrites, best of three calls:\n");
+  const bool others_ok = !others || Spawn({self, "--others", in, out}).ok;
   ::unlink(in.c_str());
 
   // The first runs are left out of best and median.
@@ -264,5 +315,5 @@ int main(int argc, char** argv) {
   std::printf("target >= 2000 MB/s: %s; target peak RSS < 16 MB: %s\n", mbps >= 2000 ? "met" : "NOT met",
               peak < 16 * 1024 ? "met" : "NOT met");
   std::printf("(this process's own peak: %.1f MB)\n", static_cast<double>(OwnPeakKb()) / 1024.0);
-  return all_ok && round_trip ? 0 : 1;
+  return all_ok && round_trip && others_ok ? 0 : 1;
 }
