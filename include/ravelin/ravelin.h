@@ -26,7 +26,8 @@
  * file is removed and an existing output keeps its old content. Hence the
  * output may be the input itself: the input is read to its end before it
  * is replaced. A new output is created with mode 0666 less the umask; an
- * output that already exists keeps its permission bits. When the output
+ * output that already exists keeps its permission bits, and one that is
+ * not writable (read-only) is refused with RAVELIN_E_OUTPUT. When the output
  * path is a symbolic link, the file it points to is replaced. The files
  * are not flushed to stable storage (no fsync): a power cut may lose the
  * last result, never a half-written one that a rename published.
@@ -258,8 +259,9 @@ RAVELIN_EXPORT int32_t CropCSVFileToSpecificColumns(const char* in, const char* 
    Characters are counted in the value ("" counts one): a UTF-8 sequence is
    one character, and so is every byte that is not part of one.
    `length` is 1 to 65536; `padchar` is one ASCII byte other than '"', ',',
-   CR and LF; `columnlist` follows section 5, and an empty `columnlist`
-   means every column (RAVELIN_E_ARGUMENT / RAVELIN_E_LIST otherwise).
+   CR and LF; `columnlist` follows section 5, and an empty (or blank)
+   `columnlist` means every column (RAVELIN_E_ARGUMENT / RAVELIN_E_LIST
+   otherwise).
    Empty lines stay as they are. Example, length 4, "_", right, all:
    a,"bc",defgh  ->  a___,"bc__",defgh */
 RAVELIN_EXPORT int32_t PadCSVFileForFixedLengthFields(const char* in, const char* out, int32_t length,
@@ -300,7 +302,8 @@ RAVELIN_EXPORT int32_t ConcatenateTwoTextFiles(const char* source, const char* t
      starts a new page when printed;
    - lPlaceFilePath non-zero: a line holding the path `target` exactly as
      passed (taken as UTF-8 for a UTF-16 file), ended by the line break that
-     `target` uses (CR LF when its first line break is CR LF, else LF); if
+     `target` uses (CR LF when its first line break, looked for in its first
+     64 KiB, is CR LF; else LF); if
      `source` has text that does not end with a line break, one is added
      before everything else so that the path stands on its own line.
    The order is: [line break] [form feed] [path line] text of `target`.
@@ -340,8 +343,8 @@ RAVELIN_EXPORT int32_t FillToDoItemsArray(const char* list, int32_t* array, int3
 /* ---- Joining many files into one -------------------------------------
    The four functions below write `out` (section 2) from the files named by
    `inputs`: items separated by '|'; an item containing '*', '?' or '['
-   is a shell pattern (glob) and stands for the files it matches, in byte
-   order of their paths, leaving out `out` itself so that a result from an
+   is a shell pattern (glob) and stands for the regular files it matches,
+   in byte order of their paths, leaving out `out` itself so that a result from an
    earlier run is not joined again; any other item is a path and must
    exist. Empty items are ignored. Example: "/data/jan.csv|/data/feb*.csv".
    A pattern that matches nothing gives RAVELIN_E_INPUT_MISSING; no item at
