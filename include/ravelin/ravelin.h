@@ -67,9 +67,9 @@
  *     followed by LF is an ordinary character (no rewrite lets it come to
  *     stand before an LF: CropCSVFileToSpecificColumns quotes a kept field
  *     ending with one when it comes to end its line, TrimCSVFile keeps the
- *     spaces after one); the last
- *     record may end with or without a line break, and a line break at the
- *     very end of the file does not start another record;
+ *     spaces after one); the last record may end with or without a line
+ *     break, and a line break at the very end of the file does not start
+ *     another record;
  *   - fields are separated by ',' (CSVFileChangeDelimitationChar writes
  *     another delimiter, TXTFileChangeDelimitationChar reads any);
  *   - a field whose first character is '"' is quoted: it runs to the
@@ -83,8 +83,10 @@
  *     wherever a function has no reason to change it.
  * A field's value is its text without the enclosing quotes, with "" read
  * as ". A line with no characters at all (just a line break) is an empty
- * line: it counts as a row for row numbers but the field rewrites pass it
- * through unchanged, they do not turn it into an empty field.
+ * line: it counts as a row for row numbers, and the rewrites that work on
+ * fields (EncaseEachFieldWithQuotes, PadCSVFileWithASpaces,
+ * PadCSVFileForFixedLengthFields, TrimCSVFile) pass it through unchanged
+ * rather than treat it as one empty field.
  *
  * ------------------------------------------------------------------------
  * 5. Lists of rows, columns and items
@@ -108,7 +110,8 @@
  * 6. Speed and memory
  * ------------------------------------------------------------------------
  * Files are streamed in blocks of a few MiB; memory use does not grow with
- * the file, a line or a field. Where a function must look back (a field
+ * the file, a line or a field (only ConcatenateSpreadsheet keeps a header,
+ * of at most 1 MiB, to compare). Where a function must look back (a field
  * that turns out to need quotes, a line that turns out not to be empty),
  * it reads the input again rather than holding it.
  */
@@ -229,7 +232,8 @@ RAVELIN_EXPORT int32_t EncaseEachFieldWithQuotes(const char* in, const char* out
 
 /* Pads every empty field to one space, so that no field is empty: an
    unquoted empty field becomes a single space, "" becomes " ". Fields with
-   text, and empty lines, stay as they are. Example: a,,"",b, -> a, ," ",b, */
+   text, and empty lines, stay as they are. Example, with _ for a space:
+   a,,"",b,  ->  a,_,"_",b,_ */
 RAVELIN_EXPORT int32_t PadCSVFileWithASpaces(const char* in, const char* out);
 
 /* Removes every record in which all fields are empty: an empty line, a line
@@ -302,10 +306,10 @@ RAVELIN_EXPORT int32_t ConcatenateTwoTextFiles(const char* source, const char* t
      starts a new page when printed;
    - lPlaceFilePath non-zero: a line holding the path `target` exactly as
      passed (taken as UTF-8 for a UTF-16 file), ended by the line break that
-     `target` uses (CR LF when its first line break, looked for in its first
-     64 KiB, is CR LF; else LF); if
-     `source` has text that does not end with a line break, one is added
-     before everything else so that the path stands on its own line.
+     `target` uses (CR LF when its first line break, looked for in its
+     first 64 KiB, is CR LF; else LF); if `source` has text that does not
+     end with a line break, one is added before everything else so that
+     the path stands on its own line.
    The order is: [line break] [form feed] [path line] text of `target`.
    With both flags 0 it is exactly ConcatenateTwoTextFiles. The insertions
    are written even when `target` is empty. */
@@ -344,9 +348,9 @@ RAVELIN_EXPORT int32_t FillToDoItemsArray(const char* list, int32_t* array, int3
    The four functions below write `out` (section 2) from the files named by
    `inputs`: items separated by '|'; an item containing '*', '?' or '['
    is a shell pattern (glob) and stands for the regular files it matches,
-   in byte order of their paths, leaving out `out` itself so that a result from an
-   earlier run is not joined again; any other item is a path and must
-   exist. Empty items are ignored. Example: "/data/jan.csv|/data/feb*.csv".
+   in byte order of their paths, leaving out `out` itself so that a result
+   from an earlier run is not joined again; any other item is a path and
+   must exist. Empty items are ignored. Example: "/data/jan.csv|/data/feb*.csv".
    A pattern that matches nothing gives RAVELIN_E_INPUT_MISSING; no item at
    all gives RAVELIN_E_ARGUMENT.
    Encodings: the first file with any content decides; the others must go
