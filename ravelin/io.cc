@@ -29,7 +29,8 @@ Fd::~Fd() {
 ByteBuffer::ByteBuffer(size_t n) : data(new char[n]), size(n) {}
 
 Status OpenInput(const char* path, Fd* fd, uint64_t* size) {
-  Fd file(::open(path, O_RDONLY | O_CLOEXEC));
+  // O_NONBLOCK: a FIFO must be refused, not waited on.
+  Fd file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file.valid()) return Status::kInputMissing;
   struct stat st;
   if (::fstat(file.get(), &st) != 0 || !S_ISREG(st.st_mode)) return Status::kInputMissing;

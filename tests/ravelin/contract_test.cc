@@ -202,6 +202,8 @@ TEST(IsUnicode, TellsTheEncodingByTheByteOrderMark) {
   }
   EXPECT_EQ(IsUnicodeFile((dir / "none.txt").c_str()), RAVELIN_E_INPUT_MISSING);
   EXPECT_EQ(IsUnicodeFile(dir.path().c_str()), RAVELIN_E_INPUT_MISSING);
+  ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+  EXPECT_EQ(IsUnicodeFile((dir / "fifo").c_str()), RAVELIN_E_INPUT_MISSING);
   EXPECT_EQ(IsUnicodeFile(nullptr), RAVELIN_E_ARGUMENT);
 }
 
