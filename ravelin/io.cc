@@ -176,6 +176,10 @@ void Output::ForEachInputPiece(const Input& in, uint64_t begin, uint64_t end, Em
 }
 
 void Output::CopyFrom(const Input& in, uint64_t begin, uint64_t end) {
+  if (begin >= in.offset() && end <= in.offset() + in.size()) {
+    Write(in.data() + (begin - in.offset()), static_cast<size_t>(end - begin));  // the usual case
+    return;
+  }
   ForEachInputPiece(in, begin, end, [this](const char* p, size_t n) { Write(p, n); });
 }
 

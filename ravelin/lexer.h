@@ -124,6 +124,7 @@ class Rewriter {
   void Keep(uint64_t upto) { pos_ = upto; }
   // Input [pos_, upto) is left out.
   void Drop(uint64_t upto) {
+    if (upto == pos_) return;  // nothing to leave out: the run goes on
     Flush();
     pos_ = copy_from_ = upto;
   }

@@ -24,6 +24,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ravelin/ravelin.h"
@@ -75,17 +76,25 @@ Run Spawn(const std::vector<std::string>& args, const char* stdout_path = nullpt
 bool Generate(const std::string& path, uint64_t bytes) {
   static const char* kWords[] = {"alpha", "beta", "Gamma", "delta", "\xC3\xA9t\xC3\xA9", "\xE2\x82\xAC" "12", "x"};
   std::mt19937 rng(2024);
-  auto word = [&] { return std::string(kWords[rng() % 7]); };
+  auto word = [&] { return std::string_view(kWords[rng() % 7]); };
+  auto number = [&](uint32_t below) { return std::to_string(rng() % below); };
   std::string chunk;
+  auto add = [&chunk](std::initializer_list<std::string_view> parts) {
+    for (std::string_view part : parts) chunk += part;
+  };
   for (uint64_t id = 1; chunk.size() < (size_t{4} << 20); ++id) {
-    chunk += std::to_string(id * 7919 % 1000003);
-    chunk += ",\"" + word() + ", " + word() + "\"";                     // a quoted delimiter
-    chunk += ",\"" + word() + " said \"\"" + word() + "\"\"\"";        // doubled quotes
-    chunk += ',' + std::to_string(rng() % 100000) + "." + std::to_string(rng() % 100);
-    chunk += rng() % 4 == 0 ? ",\"" + word() + "\n" + word() + "\"" : "," + word();  // a line break
-    chunk += ",\"" + word() + ";" + word() + "\"";                     // the new delimiter, quoted
-    chunk += ",2024-" + std::to_string(1 + rng() % 12) + "-" + std::to_string(1 + rng() % 28);
-    chunk += rng() % 3 == 0 ? "\r\n" : "\n";
+    add({std::to_string(id * 7919 % 1000003)});
+    add({",\"", word(), ", ", word(), "\""});                       // a quoted delimiter
+    add({",\"", word(), " said \"\"", word(), "\"\"\""});          // doubled quotes
+    add({",", number(100000), ".", number(100)});
+    if (rng() % 4 == 0) {
+      add({",\"", word(), "\n", word(), "\""});                     // a quoted line break
+    } else {
+      add({",", word()});
+    }
+    add({",\"", word(), ";", word(), "\""});                        // the new delimiter, quoted
+    add({",2024-", std::to_string(1 + rng() % 12), "-", std::to_string(1 + rng() % 28)});
+    add({rng() % 3 == 0 ? "\r\n" : "\n"});
   }
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (fd < 0) return false;
