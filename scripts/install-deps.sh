@@ -11,7 +11,7 @@ packages=(
   # benchmarks and their reference tools
   libbenchmark-dev miller gnumeric hyperfine
   # libraries the code uses
-  libcli11-dev libhwy-dev
+  libcli11-dev
   # the office suite, full packages (printing needs them), and its SDK
   libreoffice-calc libreoffice-writer libreoffice-dev libreoffice-base-drivers
   # fonts and locales the office renders and exports with
