@@ -58,6 +58,44 @@ TEST_F(FinishTextTest, PadsPrinterColumns) {
             "name        qty    x\r\nlonger name     12\r\n");
 }
 
+TEST_F(FinishTextTest, SameOutputWhateverTheBufferSize) {
+  // Records, quoted line breaks and CR LF pairs fall across the edges of
+  // small buffers.
+  const std::string input =
+      "a,\"b\r\nc\",d\r\n1,2,3\r\n\r\n\"q\"\"x\",\xC3\xA9\xE2\x82\xAC\rlast\tfield\n\nend";
+  const auto in = dir_ / "in";
+  std::ofstream(in, std::ios::binary) << input;
+  const auto read = [](const std::filesystem::path& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+  };
+  for (int32_t number : {6, 22, 24, 42, 36}) {
+    std::string error;
+    const auto whole = dir_ / "whole";
+    ASSERT_TRUE(FinishText(in, whole, *FindFileFormat(number), {2}, &error)) << error;
+    const std::string expected = read(whole);
+    for (size_t buffer = 1; buffer <= 9; ++buffer) {
+      const auto out = dir_ / "out";
+      ASSERT_TRUE(FinishText(in, out, *FindFileFormat(number), {2}, &error, buffer)) << error;
+      EXPECT_EQ(read(out), expected) << "format " << number << ", buffer " << buffer;
+    }
+  }
+  EXPECT_EQ(Finish(input, 6),
+            "a,\"b\r\nc\",d\r\n1,2,3\r\n\r\n\"q\"\"x\",\xC3\xA9\xE2\x82\xAC\r\nlast\tfield\r\n\r\nend\r\n");
+}
+
+TEST_F(FinishTextTest, ReportsFilesItCannotReadOrWrite) {
+  std::string error;
+  EXPECT_FALSE(FinishText(dir_ / "missing", dir_ / "out", *FindFileFormat(6), {}, &error));
+  EXPECT_NE(error.find("cannot read"), std::string::npos);
+  std::ofstream(dir_ / "in", std::ios::binary) << "a\n";
+  error.clear();
+  EXPECT_FALSE(FinishText(dir_ / "in", dir_ / "no" / "such" / "out", *FindFileFormat(6), {}, &error));
+  EXPECT_NE(error.find("cannot write"), std::string::npos);
+}
+
 TEST(DelimitedText, QuotesOnlyWhereExcelDoes) {
   const Block block{{Cell(std::string("a,b")), Cell(1.5), Cell()},
                     {Cell(std::string("say \"hi\"")), Cell(std::string("x\ny")), Cell(-2.0)}};

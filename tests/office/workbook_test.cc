@@ -1,6 +1,9 @@
 // Workbooks, sheets and ranges on a real office: what the methods read and
 // write through the object model.
 #include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "office_test_env.h"
 
@@ -66,6 +69,87 @@ TEST_F(WorkbookTest, ValuesMoveAsBlocks) {
   // Emptied cells do not count as used.
   EXPECT_EQ(sheet.UsedRange()->Address(), "$A$1:$D$3");
   EXPECT_THROW(sheet.GetRange("A1:B2")->SetValue(Block{{N(1), N(2), N(3)}}), Error);
+  book.Close(false);
+}
+
+TEST_F(WorkbookTest, EmptyCellsOfABlockAreEmptiedAndNotUsed) {
+  auto& app = SharedExcel();
+  Workbook& book = app.GetWorkbooks().Add();
+  std::unique_ptr<Worksheet> keep;
+  Worksheet& sheet = First(book, keep);
+  sheet.GetRange("A1:D4")->SetValue(N(9));
+  // Empty cells and empty text, inside and along the edges, some over
+  // cells that had values.
+  sheet.GetRange("B2:E5")->SetValue(Block{{S("a"), E, N(1), E},
+                                          {E, S(""), E, E},
+                                          {N(2), E, S("b"), E},
+                                          {E, E, E, E}});
+  EXPECT_EQ(sheet.GetRange("A1:E5")->Value(), (Block{{N(9), N(9), N(9), N(9), E},
+                                                     {N(9), S("a"), E, N(1), E},
+                                                     {N(9), E, E, E, E},
+                                                     {N(9), N(2), E, S("b"), E},
+                                                     {E, E, E, E, E}}));
+  EXPECT_EQ(sheet.UsedRange()->Address(), "$A$1:$D$4");
+  // A block of nothing but empty cells empties the range.
+  sheet.GetRange("A1:D4")->SetValue(Block(4, std::vector<Cell>(4, E)));
+  EXPECT_EQ(sheet.UsedRange()->Address(), "$A$1");
+  EXPECT_EQ(sheet.GetRange("A1")->Value()[0][0], E);
+  book.Close(false);
+}
+
+TEST_F(WorkbookTest, TextOfEveryKindReadsBackAsWritten) {
+  auto& app = SharedExcel();
+  Workbook& book = app.GetWorkbooks().Add();
+  std::unique_ptr<Worksheet> keep;
+  Worksheet& sheet = First(book, keep);
+  const Block block{{S("plain ascii ~"), S("caf\xC3\xA9"), S("ascii first, then \xE2\x82\xAC")},
+                    {S("\xE6\x97\xA5\xE6\x9C\xAC"), S("\xF0\x9F\x98\x80 outside the BMP"), S("\xC2\x80\x7F")}};
+  sheet.GetRange("A1:C2")->SetValue(block);
+  EXPECT_EQ(sheet.GetRange("A1:C2")->Value(), block);
+  sheet.GetRange("A4:C5")->SetFormula(block);
+  EXPECT_EQ(sheet.GetRange("A4:C5")->Formula(), block);
+  book.Close(false);
+}
+
+// The distinct row heights of a sheet saved as XML Spreadsheet 2003.
+std::set<std::string> RowHeights(const std::string& xml) {
+  std::set<std::string> heights;
+  const std::string key = "<Row ss:Height=\"";
+  for (size_t at = xml.find(key); at != std::string::npos; at = xml.find(key, at + 1)) {
+    const size_t begin = at + key.size();
+    heights.insert(xml.substr(begin, xml.find('"', begin) - begin));
+  }
+  return heights;
+}
+
+TEST_F(WorkbookTest, RowsFitTheTextWrittenIntoThem) {
+  auto& app = SharedExcel();
+  Workbook& book = app.GetWorkbooks().Add();
+  std::unique_ptr<Worksheet> keep;
+  Worksheet& sheet = First(book, keep);
+  SaveAsOptions xml;
+  xml.file_format = 46;
+  const auto heights = [&] {
+    book.SaveAs(Path("rows.xml"), xml);
+    return RowHeights(ReadFile(Path("rows.xml")));
+  };
+  // Single-line text and numbers: every row keeps the standard height.
+  sheet.GetRange("A1:C3")->SetValue(
+      Block{{S("café"), N(1.5), S("x y")}, {N(-2), S("Zürich"), E}, {S("a,b"), N(1e300), S("z")}});
+  const auto standard = heights();
+  ASSERT_EQ(standard.size(), 1u);
+  // A line break makes its row taller, also after plain writes.
+  sheet.GetRange("B5:C5")->SetValue(Block{{S("two\nlines"), N(1)}});
+  const auto taller = heights();
+  EXPECT_EQ(taller.size(), 2u);
+  EXPECT_EQ(taller.count(*standard.begin()), 1u);
+  // Single-line text over it brings the row back to the standard height.
+  sheet.GetRange("B5:C5")->SetValue(Block{{S("one line"), N(2)}});
+  EXPECT_EQ(heights(), standard);
+  // A single value with a line break, after a plain block.
+  sheet.GetRange("E1:F2")->SetValue(Block{{S("p"), N(3)}, {S("q"), N(4)}});
+  sheet.GetRange("E7")->SetValue(S("x\ny"));
+  EXPECT_EQ(heights(), taller);
   book.Close(false);
 }
 

@@ -138,6 +138,29 @@ Block Transposed(const Block& b) {
   return t;
 }
 
+// Whether text written into a cell of the default look leaves its row at the
+// standard height: no line breaks or other control characters, and only
+// Latin letters and common symbols, whose font the standard height is made
+// for.
+bool IsPlainText(const std::string& s) {
+  for (size_t i = 0; i < s.size();) {
+    const auto b = static_cast<unsigned char>(s[i]);
+    if (b < 0x80) {
+      if (b < 0x20 || b == 0x7F) return false;
+      ++i;
+      continue;
+    }
+    // Two-byte sequences up to U+024F (Latin-1 Supplement, Latin Extended).
+    if (b < 0xC2 || b > 0xC9 || i + 1 >= s.size()) return false;
+    const auto next = static_cast<unsigned char>(s[i + 1]);
+    if ((next & 0xC0) != 0x80) return false;
+    const unsigned code = (static_cast<unsigned>(b & 0x1F) << 6) | (next & 0x3F);
+    if (code < 0xA0 || code > 0x24F) return false;
+    i += 2;
+  }
+  return true;
+}
+
 bool IsEmptyCell(const Cell& c) {
   if (std::holds_alternative<std::monostate>(c)) return true;
   const auto* s = std::get_if<std::string>(&c);
@@ -219,6 +242,7 @@ void CalcRange::SetFormula(const std::string& formula) { SetFormula(Block{{Cell(
 
 void CalcRange::SetNumberFormat(const std::string& format) {
   Call("Range.NumberFormat", [&] {
+    book_->set_plain(false);
     Reference<css::util::XNumberFormatsSupplier> supplier(book_->component(), UNO_QUERY_THROW);
     auto formats = supplier->getNumberFormats();
     css::lang::Locale en_us("en", "US", "");
@@ -268,6 +292,7 @@ void CalcRange::ClearOutline() {
 bool CalcRange::Replace(const std::string& what, const std::string& replacement,
                         const ReplaceOptions& options) {
   return Call("Range.Replace", [&] {
+    book_->set_plain(false);  // the replacement may hold anything
     Reference<css::util::XReplaceable> replaceable(Cells(), UNO_QUERY_THROW);
     Reference<css::util::XReplaceDescriptor> descriptor = replaceable->createReplaceDescriptor();
     Reference<css::beans::XPropertySet> props(descriptor, UNO_QUERY_THROW);
@@ -784,7 +809,7 @@ void CalcWorkbook::WriteValues(const SheetRef& sheet, const CellRect& rect, cons
     throw Error(ErrorKind::kAutomation, "the values do not have the range's shape");
   Sequence<Sequence<Any>> array(rect.rows());
   auto* rows = array.getArray();
-  std::vector<std::pair<int32_t, int32_t>> empties;
+  bool plain = plain_;
   for (int32_t r = 0; r < rect.rows(); ++r) {
     if (static_cast<int32_t>(values[r].size()) != rect.columns())
       throw Error(ErrorKind::kAutomation, "the values do not have the range's shape");
@@ -792,40 +817,51 @@ void CalcWorkbook::WriteValues(const SheetRef& sheet, const CellRect& rect, cons
     auto* cells = rows[r].getArray();
     for (int32_t c = 0; c < rect.columns(); ++c) {
       const Cell& v = values[r][c];
-      // Never a void Any: the office cannot take one.
-      if (const auto* d = std::get_if<double>(&v))
+      // Never a void Any: the office cannot take one. Empty text leaves the
+      // cell empty (the office clears the range before writing), so an
+      // empty cell needs no call of its own and does not count as used.
+      if (const auto* d = std::get_if<double>(&v)) {
         cells[c] <<= *d;
-      else if (const auto* s = std::get_if<std::string>(&v))
+      } else if (const auto* s = std::get_if<std::string>(&v)) {
         cells[c] <<= ToOUString(*s);
-      else
+        if (plain && !IsPlainText(*s)) plain = false;
+      } else {
         cells[c] <<= OUString();
-      if (IsEmptyCell(v)) empties.emplace_back(r, c);
-    }
-  }
-  auto cells =
-      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row);
-  Reference<css::sheet::XCellRangeData> data(cells, UNO_QUERY_THROW);
-  data->setDataArray(array);
-  // Empty text would leave a cell that counts as used: empty cells are
-  // cleared instead.
-  if (!empties.empty()) {
-    const int32_t all = css::sheet::CellFlags::STRING;
-    if (static_cast<int64_t>(empties.size()) == static_cast<int64_t>(rect.rows()) * rect.columns()) {
-      Reference<css::sheet::XSheetOperation>(cells, UNO_QUERY_THROW)->clearContents(all);
-    } else {
-      for (const auto& [r, c] : empties) {
-        Reference<css::sheet::XSheetOperation> op(
-            cells->getCellRangeByPosition(c, r, c, r), UNO_QUERY_THROW);
-        op->clearContents(all);
       }
     }
   }
+  plain_ = plain;
+  auto cells =
+      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row);
+  Reference<css::sheet::XCellRangeData> data(cells, UNO_QUERY_THROW);
+  if (!plain) {
+    data->setDataArray(array);
+    return;
+  }
+  // Plain values in a plain workbook leave every row at the standard
+  // height, so the office's pass that fits each written row's height is
+  // skipped: on big blocks it takes nearly a third of the write.
+  Reference<css::beans::XPropertySet> settings(component_, UNO_QUERY_THROW);
+  const Any adjusting = settings->getPropertyValue("IsAdjustHeightEnabled");
+  settings->setPropertyValue("IsAdjustHeightEnabled", Any(false));
+  try {
+    data->setDataArray(array);
+  } catch (...) {
+    try {
+      settings->setPropertyValue("IsAdjustHeightEnabled", adjusting);
+    } catch (const css::uno::Exception&) {
+      // The first failure is the one reported.
+    }
+    throw;
+  }
+  settings->setPropertyValue("IsAdjustHeightEnabled", adjusting);
 }
 
 void CalcWorkbook::WriteFormulas(const SheetRef& sheet, const CellRect& rect, const Block& formulas,
                                  std::optional<std::pair<int32_t, int32_t>> origin) {
   if (static_cast<int32_t>(formulas.size()) != rect.rows())
     throw Error(ErrorKind::kAutomation, "the formulas do not have the range's shape");
+  plain_ = false;  // formula results and typed text may hold anything
   Sequence<Sequence<OUString>> array(rect.rows());
   auto* rows = array.getArray();
   std::vector<std::pair<int32_t, int32_t>> formula_cells;
@@ -871,6 +907,7 @@ void CalcWorkbook::WriteTyped(const SheetRef& sheet, const CellRect& rect, const
 
 CellRect CalcWorkbook::PasteAt(const SheetRef& sheet, int32_t row, int32_t column, int32_t kind,
                                bool skip_blanks, bool transpose) {
+  plain_ = false;  // pasted cells may bring their look along
   const ClipboardContent clip = Clipboard::Get().Content();
   if (!clip.has_content || clip.values.empty() || clip.values[0].empty())
     throw Error(ErrorKind::kAutomation, "there is nothing to paste");
@@ -1199,7 +1236,9 @@ Workbook& CalcWorkbooks::Add() {
     Reference<css::container::XNamed> first(index->getByIndex(0), UNO_QUERY_THROW);
     if (first->getName() != "Sheet1") first->setName("Sheet1");
     Reference<css::util::XModifiable>(component, UNO_QUERY_THROW)->setModified(false);
-    return app_->Adopt(component, app_->NextBookName(), "", 0);
+    CalcWorkbook& book = app_->Adopt(component, app_->NextBookName(), "", 0);
+    book.set_plain(true);
+    return book;
   });
 }
 
@@ -1391,6 +1430,8 @@ void CalcApplication::Run(const std::string& macro, const std::vector<std::strin
     const auto parts = SplitDots(name);
     if (parts.empty() || parts.size() > 3 || parts.back().empty())
       throw Error(ErrorKind::kAutomation, "not a macro name: " + macro);
+    // A macro may change any open workbook.
+    for (CalcWorkbook* b : open_) b->set_plain(false);
     for (CalcWorkbook* book : books) {
       Reference<css::beans::XPropertySet> props(book->component(), UNO_QUERY);
       if (!props.is()) continue;

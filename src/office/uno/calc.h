@@ -150,6 +150,10 @@ class CalcWorkbook : public Workbook {
   void SetSelection(const SheetRef& sheet, const CellRect& rect);
   bool display_formulas() const { return display_formulas_; }
   void set_display_formulas(bool value) { display_formulas_ = value; }
+  // Plain: every cell has the default look and every row the standard
+  // height, as in a new workbook that has had only plain values written into
+  // it (see WriteValues). Anything that may change that clears it.
+  void set_plain(bool value) { plain_ = value; }
 
   int32_t SheetIndex(const SheetRef& sheet);  // 0-based, inside a call
   bool SameSheet(const SheetRef& a, const SheetRef& b);  // inside a call
@@ -194,6 +198,7 @@ class CalcWorkbook : public Workbook {
   int32_t format_;
   bool closed_ = false;
   bool display_formulas_ = false;
+  bool plain_ = false;
   CalcWorksheets worksheets_;
 };
 

@@ -23,14 +23,25 @@ using css::uno::Any;
 using css::uno::UNO_QUERY;
 using css::uno::UNO_QUERY_THROW;
 
+// Both run once per text cell of every block read or written: no
+// intermediate copies, and ASCII text (the bulk of most sheets) is copied
+// to UTF-8 as it is.
 OUString ToOUString(const std::string& text) {
-  return OStringToOUString(OString(text.data(), static_cast<sal_Int32>(text.size())),
-                           RTL_TEXTENCODING_UTF8);
+  return OUString(text.data(), static_cast<sal_Int32>(text.size()), RTL_TEXTENCODING_UTF8);
 }
 
 std::string ToUtf8(const OUString& text) {
-  const OString s = OUStringToOString(text, RTL_TEXTENCODING_UTF8);
-  return std::string(s.getStr(), s.getLength());
+  const sal_Unicode* units = text.getStr();
+  const sal_Int32 length = text.getLength();
+  std::string out(static_cast<size_t>(length), '\0');
+  for (sal_Int32 i = 0; i < length; ++i) {
+    if (units[i] >= 0x80) {
+      const OString s = OUStringToOString(text, RTL_TEXTENCODING_UTF8);
+      return std::string(s.getStr(), s.getLength());
+    }
+    out[static_cast<size_t>(i)] = static_cast<char>(units[i]);
+  }
+  return out;
 }
 
 std::string FileUrl(const std::string& path) {

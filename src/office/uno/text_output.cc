@@ -2,43 +2,73 @@
 
 #include <iconv.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <memory>
 
 namespace tabulon::office::uno {
 namespace {
 
-// Streams records (quote-aware) out of a delimited UTF-8 file.
+// Streams records (quote-aware) out of a delimited UTF-8 file, a large
+// block at a time: exports of big sheets run to many megabytes.
 class RecordReader {
  public:
-  RecordReader(std::istream& in, bool quoted) : in_(in), quoted_(quoted) {}
+  RecordReader(std::FILE* in, bool quoted, size_t buffer_bytes)
+      : in_(in), quoted_(quoted), buffer_(std::max<size_t>(buffer_bytes, 1)) {}
 
   // The next record without its line end; false at the end of the file.
   bool Next(std::string* record) {
     record->clear();
     bool in_quotes = false;
     bool any = false;
-    char c;
-    while (in_.get(c)) {
+    while (Available()) {
       any = true;
-      if (quoted_ && c == '"') in_quotes = !in_quotes;
-      if (!in_quotes && (c == '\n' || c == '\r')) {
-        if (c == '\r' && in_.peek() == '\n') in_.get(c);
-        return true;
+      const char* begin = buffer_.data() + pos_;
+      const char* end = buffer_.data() + len_;
+      const char* p = begin;
+      for (; p < end; ++p) {
+        const char c = *p;
+        if (c == '"') {
+          if (quoted_) in_quotes = !in_quotes;
+        } else if ((c == '\n' || c == '\r') && !in_quotes) {
+          break;
+        }
       }
-      *record += c;
+      record->append(begin, p);
+      pos_ += static_cast<size_t>(p - begin);
+      if (p == end) continue;
+      const char line_end = *p;  // read before the buffer is refilled
+      ++pos_;
+      if (line_end == '\r' && Available() && buffer_[pos_] == '\n') ++pos_;
+      return true;
     }
     return any;
   }
 
+  bool failed() const { return std::ferror(in_) != 0; }
+
  private:
-  std::istream& in_;
+  bool Available() {
+    if (pos_ < len_) return true;
+    len_ = std::fread(buffer_.data(), 1, buffer_.size(), in_);
+    pos_ = 0;
+    return len_ > 0;
+  }
+
+  std::FILE* in_;
   bool quoted_;
+  std::vector<char> buffer_;
+  size_t pos_ = 0;
+  size_t len_ = 0;
 };
+
+struct FileCloser {
+  void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
 
 std::vector<std::string> SplitFields(const std::string& record, char delimiter) {
   std::vector<std::string> fields(1);
@@ -97,6 +127,15 @@ class Encoder {
     return "";
   }
 
+  // Appends the text in the target character set.
+  void Append(const std::string& text, std::string* out) {
+    if (cd_ == reinterpret_cast<iconv_t>(-1)) {
+      out->append(text);
+      return;
+    }
+    out->append(Encode(text));
+  }
+
   std::string Encode(const std::string& text) {
     if (cd_ == reinterpret_cast<iconv_t>(-1)) return text;
     std::string out;
@@ -131,24 +170,25 @@ class Encoder {
 }  // namespace
 
 bool FinishText(const std::string& source, const std::string& target, const FileFormat& format,
-                const std::vector<int>& min_widths, std::string* error) {
+                const std::vector<int>& min_widths, std::string* error, size_t buffer_bytes) {
   Encoder encoder(format.charset);
   if (!encoder.error().empty()) {
     *error = encoder.error();
     return false;
   }
   const std::string line_end = encoder.Encode(format.line_end == LineEnd::kCr ? "\r" : "\r\n");
+  const bool quoted = format.layout != TextLayout::kPrinter;
 
   // The padded layout needs every column's width before the first line.
   std::vector<size_t> widths;
   for (int w : min_widths) widths.push_back(w > 0 ? static_cast<size_t>(w) : 0);
   if (format.layout == TextLayout::kPrinter) {
-    std::ifstream in(source, std::ios::binary);
+    File in(std::fopen(source.c_str(), "rb"));
     if (!in) {
       *error = "cannot read " + source;
       return false;
     }
-    RecordReader reader(in, format.layout != TextLayout::kPrinter);
+    RecordReader reader(in.get(), quoted, buffer_bytes);
     std::string record;
     while (reader.Next(&record)) {
       const auto fields = SplitFields(record, '\t');
@@ -156,22 +196,34 @@ bool FinishText(const std::string& source, const std::string& target, const File
       for (size_t i = 0; i < fields.size(); ++i)
         widths[i] = std::max(widths[i], Utf8Length(fields[i]));
     }
+    if (reader.failed()) {
+      *error = "cannot read " + source;
+      return false;
+    }
   }
 
-  std::ifstream in(source, std::ios::binary);
+  File in(std::fopen(source.c_str(), "rb"));
   if (!in) {
     *error = "cannot read " + source;
     return false;
   }
-  std::ofstream out(target, std::ios::binary | std::ios::trunc);
+  File out(std::fopen(target.c_str(), "wb"));
   if (!out) {
     *error = "cannot write " + target;
     return false;
   }
-  out << encoder.Bom();
-  RecordReader reader(in, format.layout != TextLayout::kPrinter);
+  // Written a large block at a time.
+  const size_t flush_at = std::max<size_t>(buffer_bytes, 1);
+  std::string pending = encoder.Bom();
+  bool written = true;
+  auto flush = [&] {
+    if (!pending.empty() && std::fwrite(pending.data(), 1, pending.size(), out.get()) != pending.size())
+      written = false;
+    pending.clear();
+  };
+  RecordReader reader(in.get(), quoted, buffer_bytes);
   std::string record;
-  while (reader.Next(&record)) {
+  while (written && reader.Next(&record)) {
     if (format.layout == TextLayout::kPrinter) {
       const auto fields = SplitFields(record, '\t');
       // Trailing empty fields add nothing but blanks: Excel ends the line
@@ -191,10 +243,16 @@ bool FinishText(const std::string& source, const std::string& target, const File
       }
       record = line;
     }
-    out << encoder.Encode(record) << line_end;
+    encoder.Append(record, &pending);
+    pending += line_end;
+    if (pending.size() >= flush_at) flush();
   }
-  out.flush();
-  if (!out) {
+  flush();
+  if (reader.failed()) {
+    *error = "cannot read " + source;
+    return false;
+  }
+  if (!written || std::fclose(out.release()) != 0) {
     *error = "cannot write " + target;
     return false;
   }

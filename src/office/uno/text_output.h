@@ -3,6 +3,7 @@
 // space-padded columns of .prn. Plain C++; no UNO.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,11 @@ namespace tabulon::office::uno {
 // column is padded to the larger of its widest field and `min_widths[c]`
 // (numbers right-aligned, text left-aligned). Characters the target
 // character set lacks become "?", as Excel writes them. Returns false with a
-// reason when a file cannot be read or written.
+// reason when a file cannot be read or written. The files are read and
+// written `buffer_bytes` at a time.
 bool FinishText(const std::string& source, const std::string& target, const FileFormat& format,
-                const std::vector<int>& min_widths, std::string* error);
+                const std::vector<int>& min_widths, std::string* error,
+                size_t buffer_bytes = size_t{1} << 20);
 
 // UTF-8 delimited text of a block as Excel writes it: fields quoted only when
 // they hold the delimiter, a quote or a line break; records end in LF.
