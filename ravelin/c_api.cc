@@ -136,12 +136,12 @@ RAVELIN_EXPORT int32_t PadCSVFileForFixedLengthFields(const char* in, const char
         ravelin::IsLineBreak(pad)) {
       return Status::kArgument;
     }
-    ravelin::FixedLength spec{static_cast<uint32_t>(length), pad, padleft != 0, ravelin::RangeSet::All()};
+    ravelin::FixedLength layout{static_cast<uint32_t>(length), pad, padleft != 0, ravelin::RangeSet::All()};
     if (!ravelin::IsBlankText(columnlist)) {
-      RAVELIN_RETURN_IF_ERROR(ravelin::RangeSet::Parse(columnlist, &spec.columns));
+      RAVELIN_RETURN_IF_ERROR(ravelin::RangeSet::Parse(columnlist, &layout.columns));
     }
     return ravelin::RewriteFile(in, out,
-                                [&](Input& i, Output& o) { return ravelin::PadToFixedLength(i, o, spec); });
+                                [&](Input& i, Output& o) { return ravelin::PadToFixedLength(i, o, layout); });
   });
 }
 

@@ -332,7 +332,7 @@ class CharCounter {
 
 class FixedWidth : public Rewriter {
  public:
-  FixedWidth(const Input& in, Output& out, const FixedLength& spec) : Rewriter(in, out), spec_(spec) {
+  FixedWidth(const Input& in, Output& out, const FixedLength& layout) : Rewriter(in, out), layout_(layout) {
     StartField(true);
   }
 
@@ -346,7 +346,7 @@ class FixedWidth : public Rewriter {
     Advance(at + 1);
   }
   void CloseQuote(uint64_t at) {
-    if (selected_ && !spec_.pad_left) {
+    if (selected_ && !layout_.pad_left) {
       // Right padding goes before a closing quote that ends the field, so
       // the quote waits for the next token.
       close_pending_ = true;
@@ -380,7 +380,7 @@ class FixedWidth : public Rewriter {
 
  private:
   void StartField(bool new_line) {
-    selected_ = spec_.columns.Contains(column_);
+    selected_ = layout_.columns.Contains(column_);
     fresh_ = true;
     holding_ = false;
     close_pending_ = false;
@@ -394,7 +394,7 @@ class FixedWidth : public Rewriter {
     if (!fresh_) return false;
     fresh_ = false;
     line_empty_ = false;
-    if (!selected_ || !spec_.pad_left) return false;
+    if (!selected_ || !layout_.pad_left) return false;
     // Left padding goes after an opening quote; the text after that point
     // is held (pos() stays) until its length is known to reach the width.
     if (open_quote) Keep(at + 1);
@@ -405,7 +405,7 @@ class FixedWidth : public Rewriter {
   void Advance(uint64_t upto) {
     close_pending_ = false;
     if (holding_) {
-      if (counter_.count() < spec_.length) return;
+      if (counter_.count() < layout_.length) return;
       holding_ = false;
     }
     Keep(upto);
@@ -414,18 +414,18 @@ class FixedWidth : public Rewriter {
   void EndField(uint64_t at) {
     if (selected_) {
       const uint64_t n = counter_.count();
-      const uint64_t pad = n < spec_.length ? spec_.length - n : 0;
-      if (spec_.pad_left && (holding_ || fresh_)) {
-        InsertRepeated(spec_.pad, pad);
-      } else if (!spec_.pad_left) {
+      const uint64_t pad = n < layout_.length ? layout_.length - n : 0;
+      if (layout_.pad_left && (holding_ || fresh_)) {
+        InsertRepeated(layout_.pad, pad);
+      } else if (!layout_.pad_left) {
         // pos() is before a pending closing quote, or at the field's end.
-        InsertRepeated(spec_.pad, pad);
+        InsertRepeated(layout_.pad, pad);
       }
     }
     Keep(at);
   }
 
-  const FixedLength& spec_;
+  const FixedLength& layout_;
   CharCounter counter_;
   int64_t column_ = 1;
   bool selected_ = false;
@@ -568,8 +568,8 @@ Status KeepColumns(Input& in, Output& out, const RangeSet& columns) {
   return out.status();
 }
 
-Status PadToFixedLength(Input& in, Output& out, const FixedLength& spec) {
-  FixedWidth h(in, out, spec);
+Status PadToFixedLength(Input& in, Output& out, const FixedLength& layout) {
+  FixedWidth h(in, out, layout);
   RAVELIN_RETURN_IF_ERROR(Lex(in, kComma, h));
   return out.status();
 }

@@ -28,7 +28,7 @@ struct FixedLength {
   bool pad_left;
   RangeSet columns;
 };
-Status PadToFixedLength(Input& in, Output& out, const FixedLength& spec);
+Status PadToFixedLength(Input& in, Output& out, const FixedLength& layout);
 
 Status RemoveQuotedControls(Input& in, Output& out);
 Status TrimFields(Input& in, Output& out);

@@ -9,7 +9,7 @@
 #include "control/control_state.h"
 #include "control/workbook_frame.h"
 #include "convert/sheet_lookup.h"
-#include "convert/sheet_spec.h"
+#include "convert/sheet_list.h"
 #include "util/file_helpers.h"
 
 namespace tabulon {

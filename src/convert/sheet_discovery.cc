@@ -4,7 +4,7 @@
 
 #include "control/workbook_frame.h"
 #include "convert/sheet_lookup.h"
-#include "convert/sheet_spec.h"
+#include "convert/sheet_list.h"
 
 namespace tabulon {
 

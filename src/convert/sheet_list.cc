@@ -1,4 +1,4 @@
-#include "convert/sheet_spec.h"
+#include "convert/sheet_list.h"
 
 #include <vector>
 

@@ -7,24 +7,13 @@
 #include <vector>
 
 #include "office/office.h"
+#include "support/no_office.h"
 #include "tabulon/tabulon_ctrl.h"
 
 namespace tabulon {
 namespace {
 
-// An office that cannot be started: what a machine without one looks like.
-class NoOffice : public office::Factory {
- public:
-  int attempts = 0;
-  std::unique_ptr<office::Application> CreateExcel() override {
-    ++attempts;
-    throw office::Error(office::ErrorKind::kAutomation, "no office here");
-  }
-  std::unique_ptr<office::WordApplication> CreateWord() override {
-    ++attempts;
-    throw office::Error(office::ErrorKind::kAutomation, "no office here");
-  }
-};
+using testing::NoOffice;
 
 ControlOptions WithoutOffice(std::shared_ptr<NoOffice> factory = std::make_shared<NoOffice>()) {
   ControlOptions options;

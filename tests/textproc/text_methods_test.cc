@@ -9,20 +9,13 @@
 #include <sstream>
 
 #include "office/office.h"
+#include "support/no_office.h"
 #include "tabulon/tabulon_ctrl.h"
 
 namespace tabulon {
 namespace {
 
-class NoOffice : public office::Factory {
- public:
-  std::unique_ptr<office::Application> CreateExcel() override {
-    throw office::Error(office::ErrorKind::kAutomation, "none");
-  }
-  std::unique_ptr<office::WordApplication> CreateWord() override {
-    throw office::Error(office::ErrorKind::kAutomation, "none");
-  }
-};
+using testing::NoOffice;
 
 ControlOptions Library(const std::string& folder) {
   ControlOptions o;
