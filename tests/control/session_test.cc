@@ -86,9 +86,10 @@ TEST_F(Session, AnOfficeKilledBetweenCallsIsReplacedNotReused) {
   TabulonCtrl c(With(factory));
   c.put_OptimizeForSpeed(true);
   ASSERT_TRUE(c.get_OptimizeForSpeed());
-  for (int pid : ChildOfficePids()) kill(pid, SIGKILL);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (!ChildOfficePids().empty() && std::chrono::steady_clock::now() < deadline) usleep(10000);
+  for (int pid : ChildOfficePids()) {
+    kill(pid, SIGKILL);
+    ASSERT_TRUE(testing::WaitForDeath(pid, 5));
+  }
   // The dead application is found and replaced by a fresh one.
   EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
   EXPECT_EQ(c.get_ErrorString(), " ");

@@ -37,4 +37,22 @@ inline std::vector<int> ChildOfficePids() {
   return pids;
 }
 
+// Waits until process `pid` has died (a zombie, or gone), up to `seconds`.
+// A process in the middle of dying can hide its /proc entry for an instant,
+// so only a zombie state or a missing /proc folder counts as dead.
+inline bool WaitForDeath(int pid, int seconds) {
+  for (int i = 0; i < seconds * 100; ++i) {
+    const std::string dir = "/proc/" + std::to_string(pid);
+    if (access(dir.c_str(), F_OK) != 0) return true;
+    std::ifstream stat(dir + "/stat");
+    std::string line;
+    if (std::getline(stat, line)) {
+      const auto close = line.rfind(')');
+      if (close != std::string::npos && close + 2 < line.size() && line[close + 2] == 'Z') return true;
+    }
+    usleep(10000);
+  }
+  return false;
+}
+
 }  // namespace tabulon::testing
