@@ -231,34 +231,34 @@ double VersionNumber(const std::string& text) {
 
 }  // namespace
 
-double TabulonCtrl::get_ExcelVersion() {
-  State& s = *state_;
+namespace {
+
+// The frame of the two version properties: start the application, read one
+// number from it with errors ignored, quit. The number read is returned even
+// when the quit fails.
+template <typename Read>
+double ReadFromExcel(TabulonCtrl::State& s, Read read) {
   if (!s.session.CreateExcel()) {
     s.FailAndRaise(kExcelNotCreated, msg::kExcelNotCreated);
     return 0;
   }
   double number = 0;
   try {
-    number = VersionNumber(s.session.xlApp()->Version());
+    number = read(*s.session.xlApp());
   } catch (const std::exception&) {
   }
   if (!s.session.DestroyExcel()) s.FailAndRaise(kExcelNotDestroyed, msg::kExcelNotDestroyed);
   return number;
 }
 
+}  // namespace
+
+double TabulonCtrl::get_ExcelVersion() {
+  return ReadFromExcel(*state_, [](office::Application& app) { return VersionNumber(app.Version()); });
+}
+
 double TabulonCtrl::get_ExcelBuild() {
-  State& s = *state_;
-  if (!s.session.CreateExcel()) {
-    s.FailAndRaise(kExcelNotCreated, msg::kExcelNotCreated);
-    return 0;
-  }
-  double number = 0;
-  try {
-    number = s.session.xlApp()->Build();
-  } catch (const std::exception&) {
-  }
-  if (!s.session.DestroyExcel()) s.FailAndRaise(kExcelNotDestroyed, msg::kExcelNotDestroyed);
-  return number;
+  return ReadFromExcel(*state_, [](office::Application& app) { return static_cast<double>(app.Build()); });
 }
 
 std::monostate TabulonCtrl::StateFileSave() { return {}; }

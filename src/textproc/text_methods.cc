@@ -3,6 +3,7 @@
 // event, no check of its own: the meaning of the result is the library's.
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "control/control_state.h"
@@ -31,29 +32,44 @@ class AnsiArg {
   std::vector<char> buffer_;
 };
 
-using Fn1 = int32_t(char*);
-using Fn2 = int32_t(char*, char*);
-using Fn3 = int32_t(char*, char*, char*);
-using Fn4 = int32_t(char*, char*, char*, char*);
-using Fn2ii = int32_t(char*, char*, int32_t, int32_t);
-using FnPad = int32_t(char*, char*, int32_t, char*, int32_t, char*);
+// A whole number goes by value and comes back unchanged.
+class IntArg {
+ public:
+  explicit IntArg(int32_t value) : value_(value) {}
+  int32_t get() const { return value_; }
+  void WriteBack() {}
 
-int32_t Call2(RavelinLibrary& lib, const char* name, std::string& a, std::string& b) {
-  auto* fn = lib.Entry<Fn2>(name);
-  AnsiArg x(a), y(b);
-  const int32_t result = fn(x.get(), y.get());
-  x.WriteBack();
-  y.WriteBack();
-  return result;
-}
+ private:
+  int32_t value_;
+};
 
-int32_t Call3(RavelinLibrary& lib, const char* name, std::string& a, std::string& b, std::string& c) {
-  auto* fn = lib.Entry<Fn3>(name);
-  AnsiArg x(a), y(b), z(c);
-  const int32_t result = fn(x.get(), y.get(), z.get());
-  x.WriteBack();
-  y.WriteBack();
-  z.WriteBack();
+template <typename T>
+struct ArgFor;
+template <>
+struct ArgFor<std::string&> {
+  using Held = AnsiArg;
+  using Passed = char*;
+};
+template <>
+struct ArgFor<int32_t&> {
+  using Held = IntArg;
+  using Passed = int32_t;
+};
+template <>
+struct ArgFor<const int32_t&> {
+  using Held = IntArg;
+  using Passed = int32_t;
+};
+
+// Calls the text library's `name` with the caller's arguments in order: text
+// in the system's 8-bit set (handed back afterwards), numbers by value.
+template <typename... Args>
+int32_t CallText(RavelinLibrary& library, const char* name, Args&&... args) {
+  using Fn = int32_t(typename ArgFor<Args>::Passed...);
+  auto* fn = library.Entry<Fn>(name);
+  std::tuple<typename ArgFor<Args>::Held...> held(args...);
+  const int32_t result = std::apply([&](auto&... a) { return fn(a.get()...); }, held);
+  std::apply([](auto&... a) { (a.WriteBack(), ...); }, held);
   return result;
 }
 
@@ -61,86 +77,66 @@ int32_t Call3(RavelinLibrary& lib, const char* name, std::string& a, std::string
 
 int32_t TabulonCtrl::txtChangeCharacterIgnoreWithinQuotes(std::string& sInputFile, std::string& sOutputFile,
                                                           std::string& sChar, std::string& sCharReplace) {
-  auto* fn = state_->text_library.Entry<Fn4>("TXTFileChangeDelimitationChar");
-  AnsiArg in(sInputFile), out(sOutputFile), ch(sChar), rep(sCharReplace);
-  const int32_t result = fn(in.get(), out.get(), ch.get(), rep.get());
-  in.WriteBack();
-  out.WriteBack();
-  ch.WriteBack();
-  rep.WriteBack();
-  return result;
+  return CallText(state_->text_library, "TXTFileChangeDelimitationChar", sInputFile, sOutputFile, sChar, sCharReplace);
 }
 
 int32_t TabulonCtrl::csvEncaseEachFieldWithQuotes(std::string& sPathOriginal, std::string& sPathTarget) {
-  return Call2(state_->text_library, "EncaseEachFieldWithQuotes", sPathOriginal, sPathTarget);
+  return CallText(state_->text_library, "EncaseEachFieldWithQuotes", sPathOriginal, sPathTarget);
 }
 
 int32_t TabulonCtrl::csvChangeDelimitationCharacter(std::string& sInputFile, std::string& sOutputFile,
                                                     std::string& sChar) {
-  return Call3(state_->text_library, "CSVFileChangeDelimitationChar", sInputFile, sOutputFile, sChar);
+  return CallText(state_->text_library, "CSVFileChangeDelimitationChar", sInputFile, sOutputFile, sChar);
 }
 
 int32_t TabulonCtrl::csvPadWithSpaces(std::string& sInputFile, std::string& sOutputFile) {
-  return Call2(state_->text_library, "PadCSVFileWithASpaces", sInputFile, sOutputFile);
+  return CallText(state_->text_library, "PadCSVFileWithASpaces", sInputFile, sOutputFile);
 }
 
 int32_t TabulonCtrl::csvRemoveEmptyLines(std::string& sInputFile, std::string& sOutputFile) {
-  return Call2(state_->text_library, "RemoveEmptyLinesFromCSVFile", sInputFile, sOutputFile);
+  return CallText(state_->text_library, "RemoveEmptyLinesFromCSVFile", sInputFile, sOutputFile);
 }
 
 int32_t TabulonCtrl::csvCropCSVFileRows(std::string& sInputFile, std::string& sOutputFile, std::string& sRowsToUse) {
-  return Call3(state_->text_library, "CropCSVFileToSpecificRows", sInputFile, sOutputFile, sRowsToUse);
+  return CallText(state_->text_library, "CropCSVFileToSpecificRows", sInputFile, sOutputFile, sRowsToUse);
 }
 
 int32_t TabulonCtrl::csvCropCSVFileCols(std::string& sInputFile, std::string& sOutputFile, std::string& sColsToUse) {
-  return Call3(state_->text_library, "CropCSVFileToSpecificColumns", sInputFile, sOutputFile, sColsToUse);
+  return CallText(state_->text_library, "CropCSVFileToSpecificColumns", sInputFile, sOutputFile, sColsToUse);
 }
 
 int32_t TabulonCtrl::csvPadForFixedLengthFields(std::string& sInputFile, std::string& sOutputFile, int32_t& lLength,
                                                 std::string& sCharToUse, bool& bPadLeft, std::string& sColumn) {
-  auto* fn = state_->text_library.Entry<FnPad>("PadCSVFileForFixedLengthFields");
-  AnsiArg in(sInputFile), out(sOutputFile), pad(sCharToUse), column(sColumn);
+  // The flag is 1 only for True.
   const int32_t pad_left = bPadLeft ? 1 : 0;
-  const int32_t result = fn(in.get(), out.get(), lLength, pad.get(), pad_left, column.get());
-  in.WriteBack();
-  out.WriteBack();
-  pad.WriteBack();
-  column.WriteBack();
-  return result;
+  return CallText(state_->text_library, "PadCSVFileForFixedLengthFields", sInputFile, sOutputFile, lLength,
+                  sCharToUse, pad_left, sColumn);
 }
 
 int32_t TabulonCtrl::csvRemoveControlCharactersFromFile(std::string& sInputFile, std::string& sOutputFile) {
-  return Call2(state_->text_library, "RemoveControlCharactersFromFileInQuotesOnly", sInputFile, sOutputFile);
+  return CallText(state_->text_library, "RemoveControlCharactersFromFileInQuotesOnly", sInputFile, sOutputFile);
 }
 
 int32_t TabulonCtrl::csvTrimCSVFile(std::string& sInputFile, std::string& sOutputFile) {
-  return Call2(state_->text_library, "TrimCSVFile", sInputFile, sOutputFile);
+  return CallText(state_->text_library, "TrimCSVFile", sInputFile, sOutputFile);
 }
 
 int32_t TabulonCtrl::ConcatenateTwoTextFiles(std::string& sSourceFile, std::string& sTargetFile) {
-  return Call2(state_->text_library, "ConcatenateTwoTextFiles", sSourceFile, sTargetFile);
+  return CallText(state_->text_library, "ConcatenateTwoTextFiles", sSourceFile, sTargetFile);
 }
 
 int32_t TabulonCtrl::ConcatenateTwoTextFilesEx(std::string& sSourceFile, std::string& sTargetFile,
                                                int32_t& lAddPageBreak, int32_t& lPlaceFilePath) {
-  auto* fn = state_->text_library.Entry<Fn2ii>("ConcatenateTwoTextFilesEx");
-  AnsiArg source(sSourceFile), target(sTargetFile);
-  const int32_t result = fn(source.get(), target.get(), lAddPageBreak, lPlaceFilePath);
-  source.WriteBack();
-  target.WriteBack();
-  return result;
+  return CallText(state_->text_library, "ConcatenateTwoTextFilesEx", sSourceFile, sTargetFile, lAddPageBreak,
+                  lPlaceFilePath);
 }
 
 int32_t TabulonCtrl::DeleteEmptyLinesFromTextFile(std::string& sSourceFile, std::string& sTargetFile) {
-  return Call2(state_->text_library, "DeleteEmptyLinesFromTextFile", sSourceFile, sTargetFile);
+  return CallText(state_->text_library, "DeleteEmptyLinesFromTextFile", sSourceFile, sTargetFile);
 }
 
 bool TabulonCtrl::IsFileUnicode(std::string& sFileToTest) {
-  auto* fn = state_->text_library.Entry<Fn1>("IsUnicodeFile");
-  AnsiArg path(sFileToTest);
-  const int32_t result = fn(path.get());
-  path.WriteBack();
-  return result != 0;
+  return CallText(state_->text_library, "IsUnicodeFile", sFileToTest) != 0;
 }
 
 }  // namespace tabulon

@@ -46,6 +46,15 @@ void SaveBook(office::Application& app, const std::string& path,
   book.Close(false);
 }
 
+// A new one-sheet workbook, filled by `fill`, saved and closed.
+template <typename Fill>
+void SaveOneSheet(office::Application& app, const std::string& path, const office::SaveAsOptions& options, Fill fill) {
+  office::Workbook& book = app.GetWorkbooks().Add();
+  fill(*book.GetWorksheets().Item(1));
+  book.SaveAs(path, options);
+  book.Close(false);
+}
+
 // Writes every fixture with an office of its own, quit before the tests run.
 void WriteFixtures(Fixtures& f) {
   f.dir = std::filesystem::temp_directory_path() / ("tabulon-convert-" + std::to_string(getpid()));
@@ -64,36 +73,22 @@ void WriteFixtures(Fixtures& f) {
             {"South", {{"x", "y"}, {1.0, 2.0}}},
             {"Totals", {{"total"}, {7.0}}}});
   SaveBook(*app, f.named_seven, {{"Data", {{"v"}, {1.0}}}, {"7", {{"seven"}, {7.0}}}, {"Blank", {}}});
-  {
-    office::Workbook& book = app->GetWorkbooks().Add();
-    auto sheet = book.GetWorksheets().Item(1);
-    sheet->GetRange("A2:B4")->SetValue(Block{{"top", "right"}, {"mid", "middle"}, {"bottom", "last"}});
-    office::SaveAsOptions options;
-    options.file_format = 51;
-    book.SaveAs(f.leading_rows, options);
-    book.Close(false);
-  }
-  {
-    office::Workbook& book = app->GetWorkbooks().Add();
-    auto sheet = book.GetWorksheets().Item(1);
-    sheet->GetRange("A1:B1")->SetValue(Block{{1.0, 2.0}});
-    sheet->GetRange("C1")->SetFormula("=SUM(A1:B1)");
-    office::SaveAsOptions options;
-    options.file_format = 51;
-    book.SaveAs(f.formulas, options);
-    book.Close(false);
-  }
-  {
-    office::Workbook& book = app->GetWorkbooks().Add();
-    auto sheet = book.GetWorksheets().Item(1);
-    sheet->SetName("Locked");
-    sheet->GetRange("A1")->SetValue(office::Cell(std::string("secret")));
-    office::SaveAsOptions options;
-    options.file_format = 60;
-    options.password = "pw";
-    book.SaveAs(f.protected_book, options);
-    book.Close(false);
-  }
+  office::SaveAsOptions xlsx;
+  xlsx.file_format = 51;
+  SaveOneSheet(*app, f.leading_rows, xlsx, [](office::Worksheet& sheet) {
+    sheet.GetRange("A2:B4")->SetValue(Block{{"top", "right"}, {"mid", "middle"}, {"bottom", "last"}});
+  });
+  SaveOneSheet(*app, f.formulas, xlsx, [](office::Worksheet& sheet) {
+    sheet.GetRange("A1:B1")->SetValue(Block{{1.0, 2.0}});
+    sheet.GetRange("C1")->SetFormula("=SUM(A1:B1)");
+  });
+  office::SaveAsOptions locked;
+  locked.file_format = 60;
+  locked.password = "pw";
+  SaveOneSheet(*app, f.protected_book, locked, [](office::Worksheet& sheet) {
+    sheet.SetName("Locked");
+    sheet.GetRange("A1")->SetValue(office::Cell(std::string("secret")));
+  });
   app->Quit();
   std::ofstream(f.semicolons, std::ios::binary) << "a;b\r\n1;2\r\n";
 }

@@ -1313,28 +1313,14 @@ void CalcApplication::RecycleIfDue() {
   max_rows = max_columns = 0;
 }
 
-std::string CalcApplication::ProductSetting(const char* name) {
-  auto provider = css::configuration::theDefaultProvider::get(session_->context());
-  css::beans::NamedValue path;
-  path.Name = "nodepath";
-  path.Value <<= OUString("/org.openoffice.Setup/Product");
-  auto args = ToSequence<Any>({Any(path)});
-  Reference<css::container::XNameAccess> access(
-      provider->createInstanceWithArguments("com.sun.star.configuration.ConfigurationAccess", args),
-      UNO_QUERY_THROW);
-  OUString value;
-  access->getByName(OUString::createFromAscii(name)) >>= value;
-  return ToUtf8(value);
-}
-
 std::string CalcApplication::Version() {
-  return Call("Application.Version", [&] { return ProductSetting("ooSetupVersion"); });
+  return Call("Application.Version", [&] { return session_->ProductSetting("ooSetupVersion"); });
 }
 
 int32_t CalcApplication::Build() {
   return Call("Application.Build", [&] {
     // "7.4.7.2": the build is the last part.
-    const std::string about = ProductSetting("ooSetupVersionAboutBox");
+    const std::string about = session_->ProductSetting("ooSetupVersionAboutBox");
     const size_t dot = about.rfind('.');
     const std::string last = dot == std::string::npos ? about : about.substr(dot + 1);
     int32_t build = 0;

@@ -266,7 +266,6 @@ class CalcApplication : public UnoApplication {
 
  private:
   void Record(const char* name, bool value) { switches_.push_back({name, value ? 1 : 0}); }
-  std::string ProductSetting(const char* name);
 
   UnoOptions options_;
   std::unique_ptr<Session> session_;

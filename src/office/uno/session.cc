@@ -5,7 +5,10 @@
 #include <cctype>
 #include <filesystem>
 
+#include <com/sun/star/beans/NamedValue.hpp>
 #include <com/sun/star/bridge/BridgeFactory.hpp>
+#include <com/sun/star/configuration/theDefaultProvider.hpp>
+#include <com/sun/star/container/XNameAccess.hpp>
 #include <com/sun/star/bridge/XBridge.hpp>
 #include <com/sun/star/connection/Connector.hpp>
 #include <com/sun/star/connection/NoConnectException.hpp>
@@ -220,6 +223,20 @@ void Session::Connect() {
 Reference<css::uno::XInterface> Session::Create(const char* service) {
   return context_->getServiceManager()->createInstanceWithContext(
       OUString::createFromAscii(service), context_);
+}
+
+std::string Session::ProductSetting(const char* name) {
+  auto provider = css::configuration::theDefaultProvider::get(context_);
+  css::beans::NamedValue path;
+  path.Name = "nodepath";
+  path.Value <<= OUString("/org.openoffice.Setup/Product");
+  auto args = ToSequence<css::uno::Any>({css::uno::Any(path)});
+  Reference<css::container::XNameAccess> access(
+      provider->createInstanceWithArguments("com.sun.star.configuration.ConfigurationAccess", args),
+      css::uno::UNO_QUERY_THROW);
+  OUString value;
+  access->getByName(OUString::createFromAscii(name)) >>= value;
+  return ToUtf8(value);
 }
 
 bool Session::Alive() {

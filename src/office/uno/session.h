@@ -111,6 +111,8 @@ class Session {
 
   // Creates a service of the office.
   Reference<css::uno::XInterface> Create(const char* service);
+  // A setting of the office's product configuration (ooSetupVersion, ...).
+  std::string ProductSetting(const char* name);
 
   // Asks the office to terminate, waits a bounded time, kills what is left,
   // removes the profile. The session is dead afterwards.

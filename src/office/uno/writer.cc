@@ -188,19 +188,7 @@ WriterApplication::WriterApplication(const UnoOptions& options) : session_(Sessi
 WriterApplication::~WriterApplication() { session_->Kill(); }
 
 std::string WriterApplication::Version() {
-  return Call("Application.Version", [&] {
-    auto provider = css::configuration::theDefaultProvider::get(session_->context());
-    css::beans::NamedValue path;
-    path.Name = "nodepath";
-    path.Value <<= OUString("/org.openoffice.Setup/Product");
-    auto args = ToSequence<Any>({Any(path)});
-    Reference<css::container::XNameAccess> access(
-        provider->createInstanceWithArguments("com.sun.star.configuration.ConfigurationAccess", args),
-        UNO_QUERY_THROW);
-    OUString value;
-    access->getByName("ooSetupVersion") >>= value;
-    return ToUtf8(value);
-  });
+  return Call("Application.Version", [&] { return session_->ProductSetting("ooSetupVersion"); });
 }
 
 Document& WriterApplication::Open(const std::string& filename, const DocumentOpenOptions& options) {
