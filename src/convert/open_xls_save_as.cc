@@ -86,7 +86,7 @@ class Conversion {
     if (formulas_) {
       to->SetFormula(from->Formula());
     } else {
-      to->SetValue(from->Value());
+      to->CopyValueFrom(*from);
     }
     office::SaveAsOptions options;
     options.file_format = type_;

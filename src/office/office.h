@@ -76,6 +76,9 @@ class Range {
   virtual void SetValue(const Block& values) = 0;
   // One value given to a whole range fills every cell with it.
   virtual void SetValue(const Cell& value) = 0;
+  // this.Value = source.Value, for a source range of the same shape. The
+  // backend may carry the values without bringing them here.
+  virtual void CopyValueFrom(Range& source) { SetValue(source.Value()); }
   virtual Block Formula() = 0;
   virtual void SetFormula(const Block& formulas) = 0;
   virtual void SetFormula(const std::string& formula) = 0;

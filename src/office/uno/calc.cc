@@ -38,11 +38,15 @@
 #include <com/sun/star/sheet/XCellRangeData.hpp>
 #include <com/sun/star/sheet/XCellRangeFormula.hpp>
 #include <com/sun/star/sheet/XCellRangeMovement.hpp>
+#include <com/sun/star/sheet/XCellRangesQuery.hpp>
+#include <com/sun/star/sheet/XConditionalFormats.hpp>
 #include <com/sun/star/sheet/XFormulaOpCodeMapper.hpp>
 #include <com/sun/star/sheet/XFormulaTokens.hpp>
 #include <com/sun/star/sheet/XSheetCellCursor.hpp>
 #include <com/sun/star/sheet/XSheetOperation.hpp>
+#include <com/sun/star/sheet/XSheetCellRanges.hpp>
 #include <com/sun/star/sheet/XSheetOutline.hpp>
+#include <com/sun/star/sheet/XUniqueCellFormatRangesSupplier.hpp>
 #include <com/sun/star/sheet/XUsedAreaCursor.hpp>
 #include <com/sun/star/table/CellRangeAddress.hpp>
 #include <com/sun/star/table/TableOrientation.hpp>
@@ -125,6 +129,28 @@ std::string Temporary(const std::string& target, const char* tag, const char* ex
       .string();
 }
 
+// The decimals a new workbook shows in the General format: no limit.
+constexpr sal_Int16 kNewWorkbookStandardDecimals = -1;
+
+// Post-processes the filter's text into `finished` and puts it back in
+// `written`'s place.
+void FinishTextInPlace(const std::string& written, const std::string& finished, const std::string& target,
+                       const FileFormat& format, const std::vector<int>& widths) {
+  std::string error;
+  if (!FinishText(written, finished, format, widths, &error)) throw Error(ErrorKind::kAutomation, error);
+  std::error_code ec;
+  fs::rename(finished, written, ec);
+  if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + target + ": " + ec.message());
+}
+
+// Renames the finished file to the target, replacing any older one.
+void MoveIntoPlace(const std::string& written, const std::string& target) {
+  std::error_code ec;
+  if (!fs::exists(written, ec)) throw Error(ErrorKind::kAutomation, "the office wrote nothing to " + target);
+  fs::rename(written, target, ec);
+  if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + target + ": " + ec.message());
+}
+
 void RemoveQuietly(const std::string& path) {
   std::error_code ec;
   fs::remove(path, ec);
@@ -201,6 +227,19 @@ void CalcRange::SetValue(const Block& values) {
     }
     book_->WriteValues(sheet_, rect_, values);
   });
+}
+
+void CalcRange::CopyValueFrom(Range& source) {
+  auto* from = dynamic_cast<CalcRange*>(&source);
+  CalcApplication* app = book_->app();
+  if (from != nullptr && !sheet_.is() && book_->unborn() && !book_->closed() && app->pending_book() == nullptr &&
+      from->book_->app() == app && !from->book_->unborn() && !from->book_->closed() && from->sheet_.is() &&
+      from->rect_ == rect_) {
+    // Copied when the workbook is born, unless it is saved as text first.
+    app->CallKeepingCopy("Range.Value", [&] { book_->SetPendingCopy({from->book_, from->sheet_, rect_}); });
+    return;
+  }
+  Range::CopyValueFrom(source);
 }
 
 void CalcRange::SetValue(const Cell& value) {
@@ -445,12 +484,17 @@ void CalcWorksheet::Delete() {
   });
 }
 
+const SheetRef& CalcWorksheet::sheet() {
+  if (!sheet_.is()) sheet_ = book_->FirstSheet();
+  return sheet_;
+}
+
 void CalcWorksheet::MoveTo(Worksheet& other, int32_t offset, const char* what) {
   Call(what, [&] {
     auto* target = dynamic_cast<CalcWorksheet*>(&other);
     if (target == nullptr || target->book_ != book_) NotSupported("moving a sheet to another workbook");
     Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
-    const int32_t destination = book_->SheetIndex(target->sheet_) + offset;
+    const int32_t destination = book_->SheetIndex(target->sheet()) + offset;
     book_->sheets()->moveByName(named->getName(), static_cast<sal_Int16>(destination));
   });
 }
@@ -481,6 +525,12 @@ std::unique_ptr<Range> CalcWorksheet::Cells(int32_t row, int32_t column) {
 }
 
 std::unique_ptr<Range> CalcWorksheet::GetRange(const std::string& address) {
+  if (!sheet_.is() && book_->unborn() && !book_->closed() && book_->app()->max_rows > 0) {
+    auto rect = book_->app()->CallKeepingCopy("Worksheet.Range", [&] {
+      return ParseAddress(address, book_->app()->max_rows, book_->app()->max_columns);
+    });
+    if (rect) return std::make_unique<CalcRange>(book_, SheetRef(), *rect);
+  }
   return Call("Worksheet.Range", [&] {
     auto rect = ParseAddress(address, book_->MaxRows(), book_->MaxColumns());
     if (!rect) {
@@ -551,6 +601,7 @@ void CalcWorksheet::PrintOut(const PrintOutOptions& options) {
 // ================================================================ Worksheets
 
 int32_t CalcWorksheets::Count() {
+  if (book_->unborn() && !book_->closed()) return book_->app()->CallKeepingCopy("Worksheets.Count", [] { return 1; });
   return book_->Call("Worksheets.Count", [&] {
     Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
     return static_cast<int32_t>(index->getCount());
@@ -558,6 +609,10 @@ int32_t CalcWorksheets::Count() {
 }
 
 std::unique_ptr<Worksheet> CalcWorksheets::Item(int32_t n) {
+  if (book_->unborn() && !book_->closed() && n == 1) {
+    return book_->app()->CallKeepingCopy(
+        "Worksheets.Item", [&] { return std::make_unique<CalcWorksheet>(book_, SheetRef()); });
+  }
   return book_->Call("Worksheets.Item", [&] {
     Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
     if (n < 1 || n > index->getCount())
@@ -618,13 +673,18 @@ CalcWorkbook::CalcWorkbook(CalcApplication* app, Reference<css::lang::XComponent
                            std::string name, std::string path, int32_t format)
     : app_(app),
       id_(g_next_workbook_id++),
-      component_(std::move(component)),
-      document_(component_, UNO_QUERY_THROW),
-      sheets_(document_->getSheets()),
       name_(std::move(name)),
       path_(std::move(path)),
       format_(format),
+      unborn_(!component.is()),
       worksheets_(this) {
+  if (component.is()) Attach(std::move(component));
+}
+
+void CalcWorkbook::Attach(Reference<css::lang::XComponent> component) {
+  component_ = std::move(component);
+  document_.set(component_, UNO_QUERY_THROW);
+  sheets_ = document_->getSheets();
   Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
   active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
   // A loaded document's view knows the sheet that was active when it was
@@ -645,10 +705,42 @@ CalcWorkbook::CalcWorkbook(CalcApplication* app, Reference<css::lang::XComponent
 }
 
 std::string CalcWorkbook::Name() {
-  return Call("Workbook.Name", [&] { return name_; });
+  return app_->CallKeepingCopy("Workbook.Name", [&] {
+    if (closed_) throw Error(ErrorKind::kAutomation, "Workbook.Name: the workbook is closed");
+    return name_;
+  });
+}
+
+void CalcWorkbook::Bear() {
+  if (!unborn_) return;
+  Attach(app_->NewDocument());
+  unborn_ = false;
+  first_sheet_ = active_sheet_;
+  plain_ = true;
+  if (app_->pending_book() == this) app_->SetPendingBook(nullptr);
+  if (pending_) {
+    const PendingCopy copy = *pending_;
+    pending_.reset();
+    if (copy.source->closed() || copy.source->unborn())
+      throw Error(ErrorKind::kAutomation, "the copied workbook is gone");
+    WriteValues(first_sheet_, copy.from, copy.source->ReadValues(copy.sheet, copy.from));
+  }
+  Reference<css::util::XModifiable>(component_, UNO_QUERY_THROW)->setModified(!unborn_saved_);
+}
+
+SheetRef CalcWorkbook::FirstSheet() {
+  if (unborn_) Bear();
+  return first_sheet_.is() ? first_sheet_ : ActiveSheetRef();
+}
+
+void CalcWorkbook::SetPendingCopy(PendingCopy copy) {
+  pending_ = std::move(copy);
+  unborn_saved_ = false;
+  app_->SetPendingBook(this);
 }
 
 bool CalcWorkbook::Saved() {
+  if (unborn_ && !closed_) return app_->CallKeepingCopy("Workbook.Saved", [&] { return unborn_saved_; });
   return Call("Workbook.Saved", [&] {
     Reference<css::util::XModifiable> modifiable(component_, UNO_QUERY_THROW);
     return !modifiable->isModified();
@@ -656,6 +748,10 @@ bool CalcWorkbook::Saved() {
 }
 
 void CalcWorkbook::SetSaved(bool saved) {
+  if (unborn_ && !closed_) {
+    app_->CallKeepingCopy("Workbook.Saved", [&] { unborn_saved_ = saved; });
+    return;
+  }
   Call("Workbook.Saved", [&] {
     Reference<css::util::XModifiable> modifiable(component_, UNO_QUERY_THROW);
     modifiable->setModified(!saved);
@@ -663,6 +759,10 @@ void CalcWorkbook::SetSaved(bool saved) {
 }
 
 void CalcWorkbook::Activate() {
+  if (unborn_ && !closed_) {
+    app_->CallKeepingCopy("Workbook.Activate", [&] { app_->SetActive(this); });
+    return;
+  }
   Call("Workbook.Activate", [&] { app_->SetActive(this); });
 }
 
@@ -672,6 +772,7 @@ bool CalcWorkbook::SameSheet(const SheetRef& a, const SheetRef& b) {
 }
 
 SheetRef CalcWorkbook::ActiveSheetRef() {
+  if (unborn_) Bear();
   // The office makes a new object for a sheet at every lookup, and each keeps
   // its place as sheets move; the one held here stays right. A sheet removed
   // behind our back falls back to the first.
@@ -1006,13 +1107,17 @@ void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) 
     if (!out.flush()) throw Error(ErrorKind::kAutomation, "cannot write " + temp);
     return;
   }
+  StoreSheetText(active, temp, format);
+}
+
+void CalcWorkbook::StoreSheetText(const SheetRef& sheet, const std::string& temp, const FileFormat& format) {
   // Field separator, text delimiter, character set (UTF-8), first line,
   // cell formats, language (en-US), quote all text, detect special numbers,
   // save as shown, export formulas, remove spaces, sheet (1-based).
   const bool printer = format.layout == TextLayout::kPrinter;
   const std::string options = std::to_string(printer ? 9 : static_cast<int>(format.delimiter)) +
                               "," + (printer ? "" : "34") + ",76,1,,1033,false,true,true,false,false," +
-                              std::to_string(SheetIndex(active) + 1);
+                              std::to_string(SheetIndex(sheet) + 1);
   auto args = ToSequence<css::beans::PropertyValue>({
       Prop("FilterName", Any(ToOUString(format.filter))),
       Prop("FilterOptions", Any(ToOUString(options))),
@@ -1036,6 +1141,14 @@ void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) 
 }
 
 void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& options) {
+  if (unborn_ && pending_ && !closed_ && !display_formulas_ && !filename.empty() &&
+      options.password.value_or("").empty() && options.write_res_password.value_or("").empty()) {
+    const int32_t number = options.file_format.value_or(51);
+    const FileFormat* format = FindFileFormat(number);
+    if (format != nullptr && format->filter != nullptr && format->layout == TextLayout::kDelimited &&
+        app_->CallKeepingCopy("Workbook.SaveAs", [&] { return SaveCopyDirectly(filename, *format, number); }))
+      return;
+  }
   Call("Workbook.SaveAs", [&] {
     const int32_t number = options.file_format.value_or(format_ != 0 ? format_ : 51);
     const FileFormat* format = FindFileFormat(number);
@@ -1091,18 +1204,9 @@ void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& opti
           widths.push_back(static_cast<int>(width * 8.43 / 2258.0 + 0.5));
         }
       }
-      std::string error;
-      if (!FinishText(written, finished, *format, widths, &error))
-        throw Error(ErrorKind::kAutomation, error);
-      std::error_code ec;
-      fs::rename(finished, written, ec);
-      if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + filename + ": " + ec.message());
+      FinishTextInPlace(written, finished, filename, *format, widths);
     }
-    std::error_code ec;
-    if (!fs::exists(written, ec))
-      throw Error(ErrorKind::kAutomation, "the office wrote nothing to " + filename);
-    fs::rename(written, filename, ec);
-    if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + filename + ": " + ec.message());
+    MoveIntoPlace(written, filename);
     name_ = fs::path(filename).filename().string();
     path_ = filename;
     format_ = number;
@@ -1110,9 +1214,95 @@ void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& opti
   });
 }
 
+bool CalcWorkbook::SaveCopyDirectly(const std::string& filename, const FileFormat& format, int32_t number) {
+  const PendingCopy copy = *pending_;
+  if (!copy.source->ExportsLikeValueCopy(copy.sheet, copy.from)) return false;
+  const std::string written = Temporary(filename, "office", format.extension);
+  const std::string finished = Temporary(filename, "text", format.extension);
+  struct Cleanup {
+    std::string a, b;
+    ~Cleanup() {
+      RemoveQuietly(a);
+      RemoveQuietly(b);
+    }
+  } cleanup{written, finished};
+  copy.source->StoreSheetText(copy.sheet, written, format);
+  FinishTextInPlace(written, finished, filename, format, {});
+  MoveIntoPlace(written, filename);
+  name_ = fs::path(filename).filename().string();
+  path_ = filename;
+  format_ = number;
+  unborn_saved_ = true;
+  ++app_->direct_exports;
+  return true;
+}
+
+bool CalcWorkbook::ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& rect) {
+  namespace flags = css::sheet::CellFlags;
+  Reference<css::sheet::XCellRangesQuery> query(sheet, UNO_QUERY_THROW);
+  // Formula results and notes may come out otherwise than copied values.
+  if (query->queryContentCells(flags::FORMULA | flags::ANNOTATION)->getRangeAddresses().getLength() > 0)
+    return false;
+  const auto parts =
+      query->queryContentCells(flags::VALUE | flags::DATETIME | flags::STRING)->getRangeAddresses();
+  if (parts.getLength() == 0) return false;
+  CellRect content{parts[0].StartRow, parts[0].StartColumn, parts[0].EndRow, parts[0].EndColumn};
+  for (const auto& a : parts) {
+    content.first_row = std::min<int32_t>(content.first_row, a.StartRow);
+    content.first_column = std::min<int32_t>(content.first_column, a.StartColumn);
+    content.last_row = std::max<int32_t>(content.last_row, a.EndRow);
+    content.last_column = std::max<int32_t>(content.last_column, a.EndColumn);
+  }
+  // The copy holds only what lies in the range; the export writes it all.
+  if (content.first_row < rect.first_row || content.first_column < rect.first_column ||
+      content.last_row > rect.last_row || content.last_column > rect.last_column)
+    return false;
+  // A new workbook shows every number in the General format; so must this
+  // sheet, with the same General.
+  Reference<css::sheet::XUniqueCellFormatRangesSupplier> looks(
+      sheet->getCellRangeByPosition(content.first_column, content.first_row, content.last_column,
+                                    content.last_row),
+      UNO_QUERY_THROW);
+  const auto groups = looks->getUniqueCellFormatRanges();
+  if (groups->getCount() > 64) return false;
+  for (sal_Int32 i = 0; i < groups->getCount(); ++i) {
+    Reference<css::beans::XPropertySet> group(groups->getByIndex(i), UNO_QUERY_THROW);
+    sal_Int32 key = -1;
+    group->getPropertyValue("NumberFormat") >>= key;
+    if (key != 0) return false;
+  }
+  try {
+    Reference<css::sheet::XConditionalFormats> conditional;
+    Reference<css::beans::XPropertySet>(sheet, UNO_QUERY_THROW)->getPropertyValue("ConditionalFormats") >>=
+        conditional;
+    if (!conditional.is() || conditional->getLength() > 0) return false;
+    sal_Int16 decimals = 0;
+    Reference<css::beans::XPropertySet>(component_, UNO_QUERY_THROW)->getPropertyValue("StandardDecimals") >>=
+        decimals;
+    if (decimals != kNewWorkbookStandardDecimals) return false;
+  } catch (const css::uno::Exception&) {
+    return false;
+  }
+  // Empty text counts as content in the export but is not copied: the last
+  // row and column must hold something that is.
+  auto holds_value = [](const Block& block) {
+    for (const auto& row : block)
+      for (const Cell& cell : row)
+        if (!std::holds_alternative<std::monostate>(cell)) return true;
+    return false;
+  };
+  return holds_value(ReadValues(sheet, {content.last_row, content.first_column, content.last_row,
+                                        content.last_column})) &&
+         holds_value(ReadValues(sheet, {content.first_row, content.last_column, content.last_row,
+                                        content.last_column}));
+}
+
 void CalcWorkbook::CloseDocument() {
   if (closed_) return;
   closed_ = true;
+  if (app_->pending_book() == this) app_->SetPendingBook(nullptr);
+  pending_.reset();
+  if (unborn_) return;
   try {
     Reference<css::util::XCloseable> closeable(component_, UNO_QUERY);
     if (closeable.is())
@@ -1126,6 +1316,12 @@ void CalcWorkbook::CloseDocument() {
 }
 
 void CalcWorkbook::Close(std::optional<bool> save_changes) {
+  if (unborn_ && !closed_ && !(save_changes.value_or(false) && !unborn_saved_)) {
+    // Nothing to save: the workbook goes without ever having a document.
+    app_->CallKeepingCopy("Workbook.Close", [&] { CloseDocument(); });
+    app_->Forget(this);
+    return;
+  }
   Call("Workbook.Close", [&] {
     if (save_changes.value_or(false) && !Saved()) {
       if (path_.empty())
@@ -1219,31 +1415,36 @@ Workbook& CalcWorkbooks::Open(const std::string& filename, const OpenOptions& op
 
 Workbook& CalcWorkbooks::Add() {
   app_->RecycleIfDue();
-  return app_->Call("Workbooks.Add", [&]() -> Workbook& {
-    Reference<css::frame::XComponentLoader> loader(app_->session().desktop(), UNO_QUERY_THROW);
-    auto args = ToSequence<css::beans::PropertyValue>({Prop("Hidden", Any(true))});
-    Reference<css::lang::XComponent> component =
-        loader->loadComponentFromURL("private:factory/scalc", "_blank", 0, args);
-    if (!component.is()) throw Error(ErrorKind::kAutomation, "cannot create a workbook");
-    // One sheet named Sheet1, as Excel set to one sheet per new workbook.
-    Reference<css::sheet::XSpreadsheetDocument> document(component, UNO_QUERY_THROW);
-    auto sheets = document->getSheets();
-    Reference<css::container::XIndexAccess> index(sheets, UNO_QUERY_THROW);
-    while (index->getCount() > 1) {
-      Reference<css::container::XNamed> last(index->getByIndex(index->getCount() - 1), UNO_QUERY_THROW);
-      sheets->removeByName(last->getName());
-    }
-    Reference<css::container::XNamed> first(index->getByIndex(0), UNO_QUERY_THROW);
-    if (first->getName() != "Sheet1") first->setName("Sheet1");
-    Reference<css::util::XModifiable>(component, UNO_QUERY_THROW)->setModified(false);
-    CalcWorkbook& book = app_->Adopt(component, app_->NextBookName(), "", 0);
+  // The document is made when the workbook is first used (CalcWorkbook::Bear).
+  return app_->CallKeepingCopy("Workbooks.Add", [&]() -> Workbook& {
+    CalcWorkbook& book = app_->Adopt(nullptr, app_->NextBookName(), "", 0);
     book.set_plain(true);
     return book;
   });
 }
 
+Reference<css::lang::XComponent> CalcApplication::NewDocument() {
+  Reference<css::frame::XComponentLoader> loader(session_->desktop(), UNO_QUERY_THROW);
+  auto args = ToSequence<css::beans::PropertyValue>({Prop("Hidden", Any(true))});
+  Reference<css::lang::XComponent> component =
+      loader->loadComponentFromURL("private:factory/scalc", "_blank", 0, args);
+  if (!component.is()) throw Error(ErrorKind::kAutomation, "cannot create a workbook");
+  // One sheet named Sheet1, as Excel set to one sheet per new workbook.
+  Reference<css::sheet::XSpreadsheetDocument> document(component, UNO_QUERY_THROW);
+  auto sheets = document->getSheets();
+  Reference<css::container::XIndexAccess> index(sheets, UNO_QUERY_THROW);
+  while (index->getCount() > 1) {
+    Reference<css::container::XNamed> last(index->getByIndex(index->getCount() - 1), UNO_QUERY_THROW);
+    sheets->removeByName(last->getName());
+  }
+  Reference<css::container::XNamed> first(index->getByIndex(0), UNO_QUERY_THROW);
+  if (first->getName() != "Sheet1") first->setName("Sheet1");
+  Reference<css::util::XModifiable>(component, UNO_QUERY_THROW)->setModified(false);
+  return component;
+}
+
 Workbook& CalcWorkbooks::Item(int32_t index) {
-  return app_->Call("Workbooks.Item", [&]() -> Workbook& {
+  return app_->CallKeepingCopy("Workbooks.Item", [&]() -> Workbook& {
     auto& books = app_->open_books();
     if (index < 1 || index > static_cast<int32_t>(books.size()))
       throw Error(ErrorKind::kNotFound, "no workbook number " + std::to_string(index));
@@ -1252,7 +1453,8 @@ Workbook& CalcWorkbooks::Item(int32_t index) {
 }
 
 int32_t CalcWorkbooks::Count() {
-  return app_->Call("Workbooks.Count", [&] { return static_cast<int32_t>(app_->open_books().size()); });
+  return app_->CallKeepingCopy("Workbooks.Count",
+                               [&] { return static_cast<int32_t>(app_->open_books().size()); });
 }
 
 void CalcWorkbooks::Close() {
@@ -1330,7 +1532,7 @@ int32_t CalcApplication::Build() {
 }
 
 Workbook& CalcApplication::ActiveWorkbook() {
-  return Call("Application.ActiveWorkbook", [&]() -> Workbook& {
+  return CallKeepingCopy("Application.ActiveWorkbook", [&]() -> Workbook& {
     if (active_ == nullptr) throw Error(ErrorKind::kAutomation, "no workbook is open");
     return *active_;
   });
@@ -1344,7 +1546,7 @@ std::unique_ptr<Worksheet> CalcApplication::ActiveSheet() {
 }
 
 void CalcApplication::SetDisplayFormulas(bool value) {
-  Call("ActiveWindow.DisplayFormulas", [&] {
+  CallKeepingCopy("ActiveWindow.DisplayFormulas", [&] {
     if (active_ == nullptr) throw Error(ErrorKind::kAutomation, "no window is active");
     active_->set_display_formulas(value);
   });

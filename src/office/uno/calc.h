@@ -45,6 +45,7 @@ class CalcRange : public Range {
   Block Value() override;
   void SetValue(const Block& values) override;
   void SetValue(const Cell& value) override;
+  void CopyValueFrom(Range& source) override;
   Block Formula() override;
   void SetFormula(const Block& formulas) override;
   void SetFormula(const std::string& formula) override;
@@ -65,6 +66,9 @@ class CalcRange : public Range {
   std::unique_ptr<Range> Cells(int32_t row, int32_t column) override;
   void Select() override;
   std::unique_ptr<Range> SpecialCells(int32_t type) override;
+
+  CalcWorkbook* book() const { return book_; }
+  const CellRect& rect() const { return rect_; }
 
  private:
   template <typename F>
@@ -96,7 +100,7 @@ class CalcWorksheet : public Worksheet {
   void PasteSpecialValues() override;
   void PrintOut(const PrintOutOptions& options) override;
 
-  const SheetRef& sheet() const { return sheet_; }
+  const SheetRef& sheet();  // inside a call
 
  private:
   template <typename F>
@@ -122,6 +126,7 @@ class CalcWorksheets : public Worksheets {
 
 class CalcWorkbook : public Workbook {
  public:
+  // Without a component the workbook is unborn (see Bear).
   CalcWorkbook(CalcApplication* app, Reference<css::lang::XComponent> component,
                std::string name, std::string path, int32_t format);
 
@@ -135,13 +140,45 @@ class CalcWorkbook : public Workbook {
   Worksheets& GetWorksheets() override { return worksheets_; }
 
   // ---- for the other classes of this side ----
+  // Runs an office call on this workbook; an unborn workbook is born first.
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f());
   CalcApplication* app() const { return app_; }
+
+  // A workbook made by Workbooks.Add has no office document until something
+  // needs one: a new workbook that only receives another range's values and
+  // is saved as text is written straight from that range's sheet (see
+  // SaveCopyDirectly), which spares making, filling and closing a document.
+  bool unborn() const { return unborn_; }
+  void Bear();  // inside a call
+  // The sheet an unborn workbook has; after birth its office object.
+  SheetRef FirstSheet();  // inside a call
+  // Values to be copied at birth: `from` of `sheet` in `source` to the same
+  // cells of the first sheet.
+  struct PendingCopy {
+    CalcWorkbook* source;
+    SheetRef sheet;
+    CellRect from;
+  };
+  void SetPendingCopy(PendingCopy copy);
+  bool has_pending_copy() const { return pending_.has_value(); }
+  // Whether the office's text export of `sheet` writes what it writes for a
+  // new workbook holding only the values of `rect` at the same cells
+  // (inside a call).
+  bool ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& rect);
+  // Writes `sheet` with the office's text filter for `format` to `temp`.
+  void StoreSheetText(const SheetRef& sheet, const std::string& temp, const FileFormat& format);
   uint64_t id() const { return id_; }
   bool closed() const { return closed_; }
-  const Reference<css::sheet::XSpreadsheets>& sheets() const { return sheets_; }
-  const Reference<css::lang::XComponent>& component() const { return component_; }
+  // The office document's parts (inside a call; an unborn workbook is born).
+  const Reference<css::sheet::XSpreadsheets>& sheets() {
+    if (unborn_) Bear();
+    return sheets_;
+  }
+  const Reference<css::lang::XComponent>& component() {
+    if (unborn_) Bear();
+    return component_;
+  }
 
   SheetRef ActiveSheetRef();  // inside a call
   void SetActiveSheet(const SheetRef& sheet) { active_sheet_ = sheet; }
@@ -182,7 +219,9 @@ class CalcWorkbook : public Workbook {
   void CloseDocument();  // closes the office document, no questions
 
  private:
+  void Attach(Reference<css::lang::XComponent> component);
   void StoreText(const std::string& temp, const FileFormat& format);
+  bool SaveCopyDirectly(const std::string& filename, const FileFormat& format, int32_t number);
 
   CalcApplication* app_;
   uint64_t id_;
@@ -199,6 +238,10 @@ class CalcWorkbook : public Workbook {
   bool closed_ = false;
   bool display_formulas_ = false;
   bool plain_ = false;
+  bool unborn_ = false;
+  bool unborn_saved_ = true;  // Saved of an unborn workbook
+  std::optional<PendingCopy> pending_;
+  SheetRef first_sheet_;
   CalcWorksheets worksheets_;
 };
 
@@ -244,11 +287,31 @@ class CalcApplication : public UnoApplication {
   int32_t OfficeStarts() override { return office_starts_; }
 
   // ---- for the other classes of this side ----
+  // Any call first gives a workbook waiting with copied values its document,
+  // so that the values are copied before anything can change them.
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f()) {
     if (!session_) throw Error(ErrorKind::kDied, std::string(what) + ": the office has quit");
+    if (pending_ != nullptr && session_->depth() == 0) {
+      CalcWorkbook* book = pending_;
+      session_->Call(what, [&] { book->Bear(); });
+    }
     return session_->Call(what, std::forward<F>(f));
   }
+  // A call that leaves a workbook waiting with copied values as it is: only
+  // for what an unborn workbook answers without its document.
+  template <typename F>
+  auto CallKeepingCopy(const char* what, F&& f) -> decltype(f()) {
+    if (!session_) throw Error(ErrorKind::kDied, std::string(what) + ": the office has quit");
+    return session_->Call(what, std::forward<F>(f));
+  }
+  void SetPendingBook(CalcWorkbook* book) { pending_ = book; }
+  CalcWorkbook* pending_book() const { return pending_; }
+  // A new office document as Workbooks.Add gives it: one sheet, "Sheet1".
+  Reference<css::lang::XComponent> NewDocument();  // inside a call
+  // Sheets written straight from another workbook's sheet (see
+  // CalcWorkbook::SaveCopyDirectly), for tests and benchmarks.
+  int32_t direct_exports = 0;
   Session& session() { return *session_; }
   const UnoOptions& options() const { return options_; }
   std::vector<CalcWorkbook*>& open_books() { return open_; }
@@ -275,6 +338,7 @@ class CalcApplication : public UnoApplication {
   // stays a valid (closed) object after Close.
   std::deque<std::unique_ptr<CalcWorkbook>> all_;
   CalcWorkbook* active_ = nullptr;
+  CalcWorkbook* pending_ = nullptr;  // the unborn workbook waiting with a copy
   std::vector<SwitchRecord> switches_;
   int32_t documents_since_start_ = 0;
   int32_t office_starts_ = 1;
@@ -284,17 +348,28 @@ class CalcApplication : public UnoApplication {
 template <typename F>
 auto CalcWorkbook::Call(const char* what, F&& f) -> decltype(f()) {
   if (closed_) throw Error(ErrorKind::kAutomation, std::string(what) + ": the workbook is closed");
-  return app_->Call(what, std::forward<F>(f));
+  return app_->Call(what, [&]() -> decltype(f()) {
+    if (unborn_) Bear();
+    return f();
+  });
 }
 
+// Sheets and ranges of an unborn workbook hold no office object; they take
+// the first sheet's once the workbook is born.
 template <typename F>
 auto CalcWorksheet::Call(const char* what, F&& f) -> decltype(f()) {
-  return book_->Call(what, std::forward<F>(f));
+  return book_->Call(what, [&]() -> decltype(f()) {
+    if (!sheet_.is()) sheet_ = book_->FirstSheet();
+    return f();
+  });
 }
 
 template <typename F>
 auto CalcRange::Call(const char* what, F&& f) -> decltype(f()) {
-  return book_->Call(what, std::forward<F>(f));
+  return book_->Call(what, [&]() -> decltype(f()) {
+    if (!sheet_.is()) sheet_ = book_->FirstSheet();
+    return f();
+  });
 }
 
 }  // namespace tabulon::office::uno

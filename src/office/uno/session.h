@@ -120,6 +120,7 @@ class Session {
   // Kills the office at once and removes the profile.
   void Kill();
   bool Alive();
+  int depth() const { return depth_; }  // office calls under way on this thread
   pid_t pid() const { return process_->pid(); }
   const std::string& program_dir() const { return process_->program_dir(); }
   void SetCallTimeLimit(std::chrono::milliseconds limit) { call_limit_ = limit; }
