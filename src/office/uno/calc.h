@@ -285,6 +285,7 @@ class CalcApplication : public UnoApplication {
   bool DisplayFormulas() override;
   void SetCallTimeLimit(std::chrono::milliseconds limit) override;
   int32_t OfficeStarts() override { return office_starts_; }
+  int32_t DirectTextExports() override { return direct_exports; }
 
   // ---- for the other classes of this side ----
   // Any call first gives a workbook waiting with copied values its document,

@@ -107,6 +107,9 @@ class UnoApplication : public Application {
   virtual bool DisplayFormulas() = 0;  // of the active workbook's window
   virtual void SetCallTimeLimit(std::chrono::milliseconds limit) = 0;
   virtual int32_t OfficeStarts() = 0;  // 1 after creation, +1 per recycling
+  // Text files written straight from a sheet for a new workbook that had
+  // only taken that sheet's values (Range.CopyValueFrom then SaveAs).
+  virtual int32_t DirectTextExports() = 0;
 };
 
 class UnoWordApplication : public WordApplication {
