@@ -1237,31 +1237,47 @@ bool CalcWorkbook::SaveCopyDirectly(const std::string& filename, const FileForma
   return true;
 }
 
+namespace {
+
+bool HoldsValue(const Block& block) {
+  for (const auto& row : block)
+    for (const Cell& cell : row)
+      if (!std::holds_alternative<std::monostate>(cell)) return true;
+  return false;
+}
+
+bool HasContent(const SheetRef& sheet, const CellRect& rect, sal_Int16 flags) {
+  if (rect.last_row < rect.first_row || rect.last_column < rect.first_column) return false;
+  Reference<css::sheet::XCellRangesQuery> query(
+      sheet->getCellRangeByPosition(rect.first_column, rect.first_row, rect.last_column, rect.last_row),
+      UNO_QUERY_THROW);
+  return query->queryContentCells(flags)->getRangeAddresses().getLength() > 0;
+}
+
+}  // namespace
+
 bool CalcWorkbook::ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& rect) {
   namespace flags = css::sheet::CellFlags;
-  Reference<css::sheet::XCellRangesQuery> query(sheet, UNO_QUERY_THROW);
+  constexpr sal_Int16 kAnything = flags::VALUE | flags::DATETIME | flags::STRING | flags::FORMULA | flags::ANNOTATION;
+  const CellRect used = UsedArea(sheet);
+  // The copy holds only what lies in the range; the export writes the whole
+  // sheet. Nothing may lie outside the range.
+  const int32_t top = std::max(used.first_row, rect.first_row);
+  const int32_t bottom = std::min(used.last_row, rect.last_row);
+  if (HasContent(sheet, {used.first_row, used.first_column, std::min(used.last_row, rect.first_row - 1), used.last_column}, kAnything) ||
+      HasContent(sheet, {std::max(used.first_row, rect.last_row + 1), used.first_column, used.last_row, used.last_column}, kAnything) ||
+      HasContent(sheet, {top, used.first_column, bottom, std::min(used.last_column, rect.first_column - 1)}, kAnything) ||
+      HasContent(sheet, {top, std::max(used.first_column, rect.last_column + 1), bottom, used.last_column}, kAnything))
+    return false;
+  const CellRect area{top, std::max(used.first_column, rect.first_column), bottom,
+                      std::min(used.last_column, rect.last_column)};
+  if (area.last_row < area.first_row || area.last_column < area.first_column) return false;
   // Formula results and notes may come out otherwise than copied values.
-  if (query->queryContentCells(flags::FORMULA | flags::ANNOTATION)->getRangeAddresses().getLength() > 0)
-    return false;
-  const auto parts =
-      query->queryContentCells(flags::VALUE | flags::DATETIME | flags::STRING)->getRangeAddresses();
-  if (parts.getLength() == 0) return false;
-  CellRect content{parts[0].StartRow, parts[0].StartColumn, parts[0].EndRow, parts[0].EndColumn};
-  for (const auto& a : parts) {
-    content.first_row = std::min<int32_t>(content.first_row, a.StartRow);
-    content.first_column = std::min<int32_t>(content.first_column, a.StartColumn);
-    content.last_row = std::max<int32_t>(content.last_row, a.EndRow);
-    content.last_column = std::max<int32_t>(content.last_column, a.EndColumn);
-  }
-  // The copy holds only what lies in the range; the export writes it all.
-  if (content.first_row < rect.first_row || content.first_column < rect.first_column ||
-      content.last_row > rect.last_row || content.last_column > rect.last_column)
-    return false;
+  if (HasContent(sheet, area, flags::FORMULA | flags::ANNOTATION)) return false;
   // A new workbook shows every number in the General format; so must this
   // sheet, with the same General.
   Reference<css::sheet::XUniqueCellFormatRangesSupplier> looks(
-      sheet->getCellRangeByPosition(content.first_column, content.first_row, content.last_column,
-                                    content.last_row),
+      sheet->getCellRangeByPosition(area.first_column, area.first_row, area.last_column, area.last_row),
       UNO_QUERY_THROW);
   const auto groups = looks->getUniqueCellFormatRanges();
   if (groups->getCount() > 64) return false;
@@ -1283,18 +1299,18 @@ bool CalcWorkbook::ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& r
   } catch (const css::uno::Exception&) {
     return false;
   }
-  // Empty text counts as content in the export but is not copied: the last
-  // row and column must hold something that is.
-  auto holds_value = [](const Block& block) {
-    for (const auto& row : block)
-      for (const Cell& cell : row)
-        if (!std::holds_alternative<std::monostate>(cell)) return true;
+  // The export covers the sheet up to its last row and column with content,
+  // the copy up to its last with a value; empty text is content but no
+  // value. The used area's last row and column holding a value settles it
+  // (read from the end: in a full column one is found at once).
+  if (!HoldsValue(ReadValues(sheet, {area.last_row, area.first_column, area.last_row, area.last_column})))
     return false;
-  };
-  return holds_value(ReadValues(sheet, {content.last_row, content.first_column, content.last_row,
-                                        content.last_column})) &&
-         holds_value(ReadValues(sheet, {content.first_row, content.last_column, content.last_row,
-                                        content.last_column}));
+  constexpr int32_t kChunk = 256;
+  for (int32_t end = area.last_row; end >= area.first_row; end -= kChunk) {
+    const int32_t begin = std::max(area.first_row, end - kChunk + 1);
+    if (HoldsValue(ReadValues(sheet, {begin, area.last_column, end, area.last_column}))) return true;
+  }
+  return false;
 }
 
 void CalcWorkbook::CloseDocument() {
