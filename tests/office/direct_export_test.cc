@@ -112,11 +112,14 @@ const std::vector<Case>& Cases() {
 
 // The steps of exporting one sheet through a new workbook, with the values
 // carried by CopyValueFrom or through this process; returns the bytes.
+// The range is the used one counted from A1 unless one is given.
 std::string Export(Application& app, Workbook& source, const char* sheet_name, int32_t format,
-                   const fs::path& out, bool copy_directly, bool* written_straight) {
+                   const fs::path& out, bool copy_directly, bool* written_straight, std::string address = "") {
   auto sheet = source.GetWorksheets().Item(sheet_name);
-  const auto used = sheet->UsedRange();
-  const std::string address = "$A$1:" + sheet->Cells(used->RowsCount(), used->ColumnsCount())->Address();
+  if (address.empty()) {
+    const auto used = sheet->UsedRange();
+    address = "$A$1:" + sheet->Cells(used->RowsCount(), used->ColumnsCount())->Address();
+  }
   Workbook& fresh = app.GetWorkbooks().Add();
   const auto from = sheet->GetRange(address);
   const auto to = fresh.GetWorksheets().Item(1)->GetRange(address);
@@ -157,6 +160,24 @@ TEST_F(DirectExportTest, WritesWhatAFilledNewWorkbookWrites) {
       EXPECT_FALSE(filled.empty());
       EXPECT_EQ(direct, filled);
     }
+  }
+  // Given ranges: one that holds all of the data, and one that cuts it.
+  struct Given {
+    const char* sheet;
+    const char* address;
+    bool direct;
+  };
+  for (const Given& g : {Given{"Offset", "$B$2:$C$3", true}, Given{"Offset", "$A$1:$D$9", true},
+                         Given{"Plain", "$B$2:$C$3", false}, Given{"Plain", "$A$1:$C$4", false},
+                         Given{"Ragged", "$A$2:$C$3", false}, Given{"Ragged", "$A$1:$B$3", false}}) {
+    SCOPED_TRACE(std::string(g.sheet) + " " + g.address);
+    bool straight = false;
+    bool filled_straight = true;
+    const std::string direct = Export(app, source, g.sheet, 6, Path("direct.csv"), true, &straight, g.address);
+    const std::string filled =
+        Export(app, source, g.sheet, 6, Path("filled.csv"), false, &filled_straight, g.address);
+    EXPECT_EQ(straight, g.direct);
+    EXPECT_EQ(direct, filled);
   }
   source.Close(false);
 }

@@ -232,9 +232,10 @@ void CalcRange::SetValue(const Block& values) {
 void CalcRange::CopyValueFrom(Range& source) {
   auto* from = dynamic_cast<CalcRange*>(&source);
   CalcApplication* app = book_->app();
-  if (from != nullptr && !sheet_.is() && book_->unborn() && !book_->closed() && app->pending_book() == nullptr &&
-      from->book_->app() == app && !from->book_->unborn() && !from->book_->closed() && from->sheet_.is() &&
-      from->rect_ == rect_) {
+  const bool target_waits =
+      !sheet_.is() && book_->unborn() && !book_->closed() && app->pending_book() == nullptr;
+  if (target_waits && from != nullptr && from->book_->app() == app && !from->book_->unborn() &&
+      !from->book_->closed() && from->sheet_.is() && from->rect_ == rect_) {
     // Copied when the workbook is born, unless it is saved as text first.
     app->CallKeepingCopy("Range.Value", [&] { book_->SetPendingCopy({from->book_, from->sheet_, rect_}); });
     return;
@@ -601,7 +602,8 @@ void CalcWorksheet::PrintOut(const PrintOutOptions& options) {
 // ================================================================ Worksheets
 
 int32_t CalcWorksheets::Count() {
-  if (book_->unborn() && !book_->closed()) return book_->app()->CallKeepingCopy("Worksheets.Count", [] { return 1; });
+  if (book_->unborn() && !book_->closed())
+    return book_->app()->CallKeepingCopy("Worksheets.Count", [] { return 1; });
   return book_->Call("Worksheets.Count", [&] {
     Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
     return static_cast<int32_t>(index->getCount());
@@ -1258,17 +1260,22 @@ bool HasContent(const SheetRef& sheet, const CellRect& rect, sal_Int16 flags) {
 
 bool CalcWorkbook::ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& rect) {
   namespace flags = css::sheet::CellFlags;
-  constexpr sal_Int16 kAnything = flags::VALUE | flags::DATETIME | flags::STRING | flags::FORMULA | flags::ANNOTATION;
   const CellRect used = UsedArea(sheet);
   // The copy holds only what lies in the range; the export writes the whole
-  // sheet. Nothing may lie outside the range.
+  // sheet. Nothing may lie outside the range: above, below, left, right.
   const int32_t top = std::max(used.first_row, rect.first_row);
   const int32_t bottom = std::min(used.last_row, rect.last_row);
-  if (HasContent(sheet, {used.first_row, used.first_column, std::min(used.last_row, rect.first_row - 1), used.last_column}, kAnything) ||
-      HasContent(sheet, {std::max(used.first_row, rect.last_row + 1), used.first_column, used.last_row, used.last_column}, kAnything) ||
-      HasContent(sheet, {top, used.first_column, bottom, std::min(used.last_column, rect.first_column - 1)}, kAnything) ||
-      HasContent(sheet, {top, std::max(used.first_column, rect.last_column + 1), bottom, used.last_column}, kAnything))
-    return false;
+  const CellRect outside[] = {
+      {used.first_row, used.first_column, std::min(used.last_row, rect.first_row - 1), used.last_column},
+      {std::max(used.first_row, rect.last_row + 1), used.first_column, used.last_row, used.last_column},
+      {top, used.first_column, bottom, std::min(used.last_column, rect.first_column - 1)},
+      {top, std::max(used.first_column, rect.last_column + 1), bottom, used.last_column},
+  };
+  for (const CellRect& part : outside) {
+    if (HasContent(sheet, part,
+                   flags::VALUE | flags::DATETIME | flags::STRING | flags::FORMULA | flags::ANNOTATION))
+      return false;
+  }
   const CellRect area{top, std::max(used.first_column, rect.first_column), bottom,
                       std::min(used.last_column, rect.last_column)};
   if (area.last_row < area.first_row || area.last_column < area.first_column) return false;
