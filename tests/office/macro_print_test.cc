@@ -26,6 +26,7 @@ std::string FlatSpreadsheetWithMacro() {
          "Sub Mark()\n"
          "  ThisComponent.setModified(True)\n"
          "End Sub\n"
+
          "</ooo:source-code></ooo:module></ooo:library-embedded></ooo:libraries></office:script>"
          "</office:scripts>"
          "<office:body><office:spreadsheet><table:table table:name=\"Sheet1\"><table:table-row>"
@@ -78,7 +79,17 @@ TEST_F(MacroPrintTest, PrintsOneSheetToAFile) {
   PrintOutOptions no_name;
   no_name.print_to_file = true;
   EXPECT_THROW(book.GetWorksheets().Item(1)->PrintOut(no_name), Error);
+
+  // An opened workbook (which has no view until one is needed) prints too.
+  SaveAsOptions ods;
+  ods.file_format = 60;
+  book.SaveAs(Path("printed.ods").string(), ods);
   book.Close(false);
+  Workbook& opened = app.GetWorkbooks().Open(Path("printed.ods").string(), {});
+  options.pr_to_file_name = Path("opened.ps").string();
+  opened.GetWorksheets().Item(1)->PrintOut(options);
+  EXPECT_FALSE(ReadFile(Path("opened.ps")).empty());
+  opened.Close(false);
 }
 
 }  // namespace

@@ -298,6 +298,18 @@ TEST_F(WorkbookTest, OpenRefusesMissingDamagedAndWronglyProtectedFiles) {
   opened.Close(false);
 }
 
+// Excel opens a workbook on the sheet that was active when it was saved,
+// with or without a window for it.
+TEST_F(WorkbookTest, OpenedWorkbookStartsOnTheSheetItWasSavedOn) {
+  auto& app = SharedExcel();
+  OpenOptions read_only;
+  read_only.read_only = true;
+  Workbook& book =
+      app.GetWorkbooks().Open(std::string(TABULON_TEST_DATA_DIR) + "/office/second-sheet-active.xlsx", read_only);
+  EXPECT_EQ(app.ActiveSheet()->Name(), "Second");
+  book.Close(false);
+}
+
 TEST_F(WorkbookTest, OpenReadsTextWithTheGivenDelimiterButWorkbooksNormally) {
   auto& app = SharedExcel();
   WriteFile(Path("semi.csv"), "name;amount\r\ncafé;1.5\r\n\"x;y\";2\r\n");

@@ -19,8 +19,10 @@
 #include <com/sun/star/document/MacroExecMode.hpp>
 #include <com/sun/star/document/UpdateDocMode.hpp>
 #include <com/sun/star/document/XTypeDetection.hpp>
+#include <com/sun/star/document/XViewDataSupplier.hpp>
 #include <com/sun/star/frame/XComponentLoader.hpp>
 #include <com/sun/star/frame/XFramesSupplier.hpp>
+#include <com/sun/star/frame/XLoadable.hpp>
 #include <com/sun/star/frame/XModel.hpp>
 #include <com/sun/star/frame/XStorable.hpp>
 #include <com/sun/star/lang/Locale.hpp>
@@ -571,6 +573,7 @@ void CalcWorksheet::PasteSpecialValues() {
 void CalcWorksheet::PrintOut(const PrintOutOptions& options) {
   Call("Worksheet.PrintOut", [&] {
     if (options.preview.value_or(false)) NotSupported("PrintOut with Preview");
+    book_->EnsureView();  // the office prints through a document's view
     Reference<css::view::XPrintable> printable(book_->component(), UNO_QUERY_THROW);
     if (options.active_printer && !options.active_printer->empty()) {
       printable->setPrinter(ToSequence<css::beans::PropertyValue>(
@@ -689,20 +692,21 @@ void CalcWorkbook::Attach(Reference<css::lang::XComponent> component) {
   sheets_ = document_->getSheets();
   Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
   active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
-  // A loaded document's view knows the sheet that was active when it was
-  // saved, and Excel opens a workbook on that sheet; without a view, the
-  // first sheet.
-  Reference<css::frame::XModel> model(component_, UNO_QUERY);
-  if (model.is() && model->getCurrentController().is()) {
-    Reference<css::beans::XPropertySet> view(model->getCurrentController(), UNO_QUERY);
-    if (view.is()) {
-      try {
-        SheetRef active;
-        view->getPropertyValue("ActiveSheet") >>= active;
-        if (active.is()) active_sheet_ = active;
-      } catch (const css::uno::Exception&) {
+  // Excel opens a workbook on the sheet that was active when it was saved:
+  // the one the document's view data names (a hidden window's view does not
+  // take it from the file); else the first.
+  try {
+    Reference<css::document::XViewDataSupplier> supplier(component_, UNO_QUERY);
+    Reference<css::container::XIndexAccess> views(supplier.is() ? supplier->getViewData() : nullptr);
+    Sequence<css::beans::PropertyValue> settings;
+    if (views.is() && views->getCount() > 0 && (views->getByIndex(0) >>= settings)) {
+      for (const auto& p : settings) {
+        OUString name;
+        if (p.Name == "ActiveTable" && (p.Value >>= name) && sheets_->hasByName(name))
+          active_sheet_.set(sheets_->getByName(name), UNO_QUERY_THROW);
       }
     }
+  } catch (const css::uno::Exception&) {
   }
 }
 
@@ -1410,9 +1414,14 @@ Workbook& CalcWorkbooks::Open(const std::string& filename, const OpenOptions& op
       args.push_back(Prop("FilterOptions", Any(ToOUString(separator + ",34,76,1,,1033,false,true"))));
       format = 6;
     }
-    Reference<css::frame::XComponentLoader> loader(app_->session().desktop(), UNO_QUERY_THROW);
-    Reference<css::lang::XComponent> component = loader->loadComponentFromURL(
-        ToOUString(url), "_blank", 0, Sequence<css::beans::PropertyValue>(args.data(), args.size()));
+    Reference<css::lang::XComponent> component = app_->LoadWithoutView(ToOUString(url), args);
+    if (!component.is()) {
+      // What the document alone cannot take (a file of another kind, a
+      // wrong password) goes the office's usual way, which says why.
+      Reference<css::frame::XComponentLoader> loader(app_->session().desktop(), UNO_QUERY_THROW);
+      component = loader->loadComponentFromURL(ToOUString(url), "_blank", 0,
+                                               Sequence<css::beans::PropertyValue>(args.data(), args.size()));
+    }
     if (!component.is())
       throw Error(ErrorKind::kAutomation,
                   "cannot open " + filename + " (a wrong password or a damaged file)");
@@ -1444,6 +1453,56 @@ Workbook& CalcWorkbooks::Add() {
     book.set_plain(true);
     return book;
   });
+}
+
+Reference<css::lang::XComponent> CalcApplication::LoadWithoutView(
+    const OUString& url, std::vector<css::beans::PropertyValue> args) {
+  OUString filter;
+  for (const auto& a : args)
+    if (a.Name == "FilterName") a.Value >>= filter;
+  if (filter.isEmpty()) {
+    Reference<css::document::XTypeDetection> detection(session_->Create("com.sun.star.document.TypeDetection"),
+                                                       UNO_QUERY_THROW);
+    auto descriptor = ToSequence<css::beans::PropertyValue>({Prop("URL", Any(url))});
+    detection->queryTypeByDescriptor(descriptor, true);
+    for (const auto& p : descriptor)
+      if (p.Name == "FilterName") p.Value >>= filter;
+    if (filter.isEmpty()) return {};
+    // Only a spreadsheet filter can fill a spreadsheet document.
+    Reference<css::container::XNameAccess> filters(session_->Create("com.sun.star.document.FilterFactory"),
+                                                   UNO_QUERY_THROW);
+    Sequence<css::beans::PropertyValue> about;
+    if (!filters->hasByName(filter) || !(filters->getByName(filter) >>= about)) return {};
+    OUString service;
+    for (const auto& p : about)
+      if (p.Name == "DocumentService") p.Value >>= service;
+    if (service != "com.sun.star.sheet.SpreadsheetDocument") return {};
+    args.push_back(Prop("FilterName", Any(filter)));
+  }
+  args.push_back(Prop("URL", Any(url)));
+  Reference<css::lang::XComponent> model(session_->Create("com.sun.star.sheet.SpreadsheetDocument"),
+                                         UNO_QUERY_THROW);
+  try {
+    Reference<css::frame::XLoadable>(model, UNO_QUERY_THROW)->load(ToSequence(args));
+  } catch (const css::uno::Exception&) {
+    try {
+      Reference<css::util::XCloseable>(model, UNO_QUERY_THROW)->close(true);
+    } catch (const css::uno::Exception&) {
+      model->dispose();
+    }
+    return {};
+  }
+  return model;
+}
+
+void CalcWorkbook::EnsureView() {
+  Reference<css::frame::XModel> model(component(), UNO_QUERY_THROW);
+  if (model->getCurrentController().is()) return;
+  Reference<css::frame::XComponentLoader> loader(app_->session().desktop(), UNO_QUERY_THROW);
+  loader->loadComponentFromURL(
+      "private:object", "_blank", 0,
+      ToSequence<css::beans::PropertyValue>({Prop("Model", Any(model)), Prop("Hidden", Any(true))}));
+  if (!model->getCurrentController().is()) throw Error(ErrorKind::kAutomation, "the workbook has no window");
 }
 
 Reference<css::lang::XComponent> CalcApplication::NewDocument() {
@@ -1671,6 +1730,7 @@ void CalcApplication::Run(const std::string& macro, const std::vector<std::strin
           // Macros reach their workbook as ThisComponent, the office's
           // current document: a hidden document becomes it only through its
           // frame.
+          book->EnsureView();
           Reference<css::frame::XModel> model(book->component(), UNO_QUERY);
           if (model.is() && model->getCurrentController().is()) {
             auto frame = model->getCurrentController()->getFrame();

@@ -161,6 +161,9 @@ class CalcWorkbook : public Workbook {
     CellRect from;
   };
   void SetPendingCopy(PendingCopy copy);
+  // Opened workbooks have no window and view until one is needed (macros,
+  // printing); this makes them (inside a call).
+  void EnsureView();
   bool has_pending_copy() const { return pending_.has_value(); }
   // Whether the office's text export of `sheet` writes what it writes for a
   // new workbook holding only the values of `rect` at the same cells
@@ -308,6 +311,11 @@ class CalcApplication : public UnoApplication {
   }
   void SetPendingBook(CalcWorkbook* book) { pending_ = book; }
   CalcWorkbook* pending_book() const { return pending_; }
+  // Loads a file into a spreadsheet document without a window or view,
+  // which spares about a quarter of a small workbook's open; empty when the
+  // document alone cannot take the file (inside a call).
+  Reference<css::lang::XComponent> LoadWithoutView(const OUString& url,
+                                                   std::vector<css::beans::PropertyValue> args);
   // A new office document as Workbooks.Add gives it: one sheet, "Sheet1".
   Reference<css::lang::XComponent> NewDocument();  // inside a call
   // Sheets written straight from another workbook's sheet (see
