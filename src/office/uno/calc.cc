@@ -1461,22 +1461,28 @@ Reference<css::lang::XComponent> CalcApplication::LoadWithoutView(
   for (const auto& a : args)
     if (a.Name == "FilterName") a.Value >>= filter;
   if (filter.isEmpty()) {
-    Reference<css::document::XTypeDetection> detection(session_->Create("com.sun.star.document.TypeDetection"),
-                                                       UNO_QUERY_THROW);
+    if (!detection_.is())
+      detection_.set(session_->Create("com.sun.star.document.TypeDetection"), UNO_QUERY_THROW);
     auto descriptor = ToSequence<css::beans::PropertyValue>({Prop("URL", Any(url))});
-    detection->queryTypeByDescriptor(descriptor, true);
+    detection_->queryTypeByDescriptor(descriptor, true);
     for (const auto& p : descriptor)
       if (p.Name == "FilterName") p.Value >>= filter;
     if (filter.isEmpty()) return {};
     // Only a spreadsheet filter can fill a spreadsheet document.
-    Reference<css::container::XNameAccess> filters(session_->Create("com.sun.star.document.FilterFactory"),
-                                                   UNO_QUERY_THROW);
-    Sequence<css::beans::PropertyValue> about;
-    if (!filters->hasByName(filter) || !(filters->getByName(filter) >>= about)) return {};
-    OUString service;
-    for (const auto& p : about)
-      if (p.Name == "DocumentService") p.Value >>= service;
-    if (service != "com.sun.star.sheet.SpreadsheetDocument") return {};
+    auto known = spreadsheet_filters_.find(ToUtf8(filter));
+    if (known == spreadsheet_filters_.end()) {
+      Reference<css::container::XNameAccess> filters(session_->Create("com.sun.star.document.FilterFactory"),
+                                                     UNO_QUERY_THROW);
+      Sequence<css::beans::PropertyValue> about;
+      OUString service;
+      if (filters->hasByName(filter) && (filters->getByName(filter) >>= about)) {
+        for (const auto& p : about)
+          if (p.Name == "DocumentService") p.Value >>= service;
+      }
+      const bool spreadsheet = service == "com.sun.star.sheet.SpreadsheetDocument";
+      known = spreadsheet_filters_.emplace(ToUtf8(filter), spreadsheet).first;
+    }
+    if (!known->second) return {};
     args.push_back(Prop("FilterName", Any(filter)));
   }
   args.push_back(Prop("URL", Any(url)));
@@ -1594,6 +1600,7 @@ void CalcApplication::RecycleIfDue() {
   session_ = Session::Start(options_);
   documents_since_start_ = 0;
   ++office_starts_;
+  detection_.clear();
   max_rows = max_columns = 0;
 }
 
@@ -1757,6 +1764,7 @@ void CalcApplication::Quit() {
   if (!session_) return;
   open_.clear();
   active_ = nullptr;
+  detection_.clear();
   session_->Quit();
 }
 

@@ -4,12 +4,14 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <com/sun/star/document/XTypeDetection.hpp>
 #include <com/sun/star/lang/XComponent.hpp>
 #include <com/sun/star/sheet/FormulaToken.hpp>
 #include <com/sun/star/sheet/XFormulaParser.hpp>
@@ -348,6 +350,8 @@ class CalcApplication : public UnoApplication {
   std::deque<std::unique_ptr<CalcWorkbook>> all_;
   CalcWorkbook* active_ = nullptr;
   CalcWorkbook* pending_ = nullptr;  // the unborn workbook waiting with a copy
+  Reference<css::document::XTypeDetection> detection_;
+  std::map<std::string, bool> spreadsheet_filters_;  // filter name: fills a spreadsheet
   std::vector<SwitchRecord> switches_;
   int32_t documents_since_start_ = 0;
   int32_t office_starts_ = 1;
