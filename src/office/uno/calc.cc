@@ -719,17 +719,19 @@ std::string CalcWorkbook::Name() {
 
 void CalcWorkbook::Bear() {
   if (!unborn_) return;
+  // Taken off first: a failure here must not leave every later call trying
+  // again.
+  if (app_->pending_book() == this) app_->SetPendingBook(nullptr);
+  const std::optional<PendingCopy> copy = std::move(pending_);
+  pending_.reset();
   Attach(app_->NewDocument());
   unborn_ = false;
   first_sheet_ = active_sheet_;
   plain_ = true;
-  if (app_->pending_book() == this) app_->SetPendingBook(nullptr);
-  if (pending_) {
-    const PendingCopy copy = *pending_;
-    pending_.reset();
-    if (copy.source->closed() || copy.source->unborn())
+  if (copy) {
+    if (copy->source->closed() || copy->source->unborn())
       throw Error(ErrorKind::kAutomation, "the copied workbook is gone");
-    WriteValues(first_sheet_, copy.from, copy.source->ReadValues(copy.sheet, copy.from));
+    WriteValues(first_sheet_, copy->from, copy->source->ReadValues(copy->sheet, copy->from));
   }
   Reference<css::util::XModifiable>(component_, UNO_QUERY_THROW)->setModified(!unborn_saved_);
 }

@@ -69,9 +69,6 @@ class CalcRange : public Range {
   void Select() override;
   std::unique_ptr<Range> SpecialCells(int32_t type) override;
 
-  CalcWorkbook* book() const { return book_; }
-  const CellRect& rect() const { return rect_; }
-
  private:
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f());
@@ -163,16 +160,15 @@ class CalcWorkbook : public Workbook {
     CellRect from;
   };
   void SetPendingCopy(PendingCopy copy);
-  // Opened workbooks have no window and view until one is needed (macros,
-  // printing); this makes them (inside a call).
-  void EnsureView();
-  bool has_pending_copy() const { return pending_.has_value(); }
   // Whether the office's text export of `sheet` writes what it writes for a
   // new workbook holding only the values of `rect` at the same cells
   // (inside a call).
   bool ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& rect);
   // Writes `sheet` with the office's text filter for `format` to `temp`.
   void StoreSheetText(const SheetRef& sheet, const std::string& temp, const FileFormat& format);
+  // Opened workbooks have no window and view until one is needed (macros,
+  // printing); this makes them (inside a call).
+  void EnsureView();
   uint64_t id() const { return id_; }
   bool closed() const { return closed_; }
   // The office document's parts (inside a call; an unborn workbook is born).
