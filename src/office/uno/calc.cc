@@ -158,6 +158,21 @@ void RemoveQuietly(const std::string& path) {
   fs::remove(path, ec);
 }
 
+// The two files of a save in progress, beside the target: what the filter
+// writes and what post-processing makes of it. Removed whatever happens.
+struct SaveTemporaries {
+  SaveTemporaries(const std::string& target, const char* extension)
+      : written(Temporary(target, "office", extension)), finished(Temporary(target, "text", extension)) {}
+  ~SaveTemporaries() {
+    RemoveQuietly(written);
+    RemoveQuietly(finished);
+  }
+  SaveTemporaries(const SaveTemporaries&) = delete;
+  SaveTemporaries& operator=(const SaveTemporaries&) = delete;
+  const std::string written;
+  const std::string finished;
+};
+
 Block Transposed(const Block& b) {
   if (b.empty()) return b;
   Block t(b[0].size(), std::vector<Cell>(b.size()));
@@ -1179,15 +1194,9 @@ void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& opti
     // Written beside the target and renamed into place: a failed save leaves
     // no half-written file and an older file of that name untouched.
     // Some filters (dBase) need their own extension on the file.
-    const std::string written = Temporary(filename, "office", format->extension);
-    const std::string finished = Temporary(filename, "text", format->extension);
-    struct Cleanup {
-      std::string a, b;
-      ~Cleanup() {
-        RemoveQuietly(a);
-        RemoveQuietly(b);
-      }
-    } cleanup{written, finished};
+    const SaveTemporaries temporaries(filename, format->extension);
+    const std::string& written = temporaries.written;
+    const std::string& finished = temporaries.finished;
 
     if (format->layout == TextLayout::kNone) {
       std::vector<css::beans::PropertyValue> args{Prop("FilterName", Any(ToOUString(format->filter))),
@@ -1225,18 +1234,10 @@ void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& opti
 bool CalcWorkbook::SaveCopyDirectly(const std::string& filename, const FileFormat& format, int32_t number) {
   const PendingCopy copy = *pending_;
   if (!copy.source->ExportsLikeValueCopy(copy.sheet, copy.from)) return false;
-  const std::string written = Temporary(filename, "office", format.extension);
-  const std::string finished = Temporary(filename, "text", format.extension);
-  struct Cleanup {
-    std::string a, b;
-    ~Cleanup() {
-      RemoveQuietly(a);
-      RemoveQuietly(b);
-    }
-  } cleanup{written, finished};
-  copy.source->StoreSheetText(copy.sheet, written, format);
-  FinishTextInPlace(written, finished, filename, format, {});
-  MoveIntoPlace(written, filename);
+  const SaveTemporaries temporaries(filename, format.extension);
+  copy.source->StoreSheetText(copy.sheet, temporaries.written, format);
+  FinishTextInPlace(temporaries.written, temporaries.finished, filename, format, {});
+  MoveIntoPlace(temporaries.written, filename);
   name_ = fs::path(filename).filename().string();
   path_ = filename;
   format_ = number;
