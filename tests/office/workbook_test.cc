@@ -298,6 +298,29 @@ TEST_F(WorkbookTest, OpenRefusesMissingDamagedAndWronglyProtectedFiles) {
   opened.Close(false);
 }
 
+// A lock file left by an office that was killed does not keep a workbook
+// from being opened for writing and saved in place.
+TEST_F(WorkbookTest, StaleLockFileDoesNotStopAnOpenForWriting) {
+  auto& app = SharedExcel();
+  Workbook& book = app.GetWorkbooks().Add();
+  book.GetWorksheets().Item(1)->GetRange("A1")->SetValue(S("first"));
+  SaveAsOptions xlsx;
+  xlsx.file_format = 51;
+  book.SaveAs(Path("book.xlsx"), xlsx);
+  book.Close(false);
+  WriteFile(Path(".~lock.book.xlsx#"), ",someone,otherhost,21.11.2026 10:00,file:///home/someone/.config/office;");
+
+  Workbook& opened = app.GetWorkbooks().Open(Path("book.xlsx"), {});
+  opened.GetWorksheets().Item(1)->GetRange("A1")->SetValue(S("second"));
+  opened.SaveAs(Path("book.xlsx"), xlsx);
+  opened.Close(false);
+  OpenOptions read_only;
+  read_only.read_only = true;
+  Workbook& again = app.GetWorkbooks().Open(Path("book.xlsx"), read_only);
+  EXPECT_EQ(again.GetWorksheets().Item(1)->GetRange("A1")->Value()[0][0], S("second"));
+  again.Close(false);
+}
+
 // Excel opens a workbook on the sheet that was active when it was saved,
 // with or without a window for it.
 TEST_F(WorkbookTest, OpenedWorkbookStartsOnTheSheetItWasSavedOn) {

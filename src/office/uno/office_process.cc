@@ -14,6 +14,7 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <thread>
@@ -167,6 +168,28 @@ OfficeProcess::OfficeProcess(std::string program_dir) : program_dir_(std::move(p
 
 OfficeProcess::~OfficeProcess() { Finish(); }
 
+// The office's settings in the fresh profile. Document lock files are off:
+// every office here is our own, and a lock file left by an office that was
+// killed would otherwise make the next open of that file read-only.
+bool OfficeProcess::WriteSettings(std::string* reason) const {
+  std::error_code ec;
+  const fs::path user = fs::path(profile_dir_) / "user";
+  fs::create_directories(user, ec);
+  std::ofstream out(user / "registrymodifications.xcu", std::ios::binary | std::ios::trunc);
+  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<oor:items xmlns:oor=\"http://openoffice.org/2001/registry\" "
+         "xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" "
+         "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\n"
+         "<item oor:path=\"/org.openoffice.Office.Common/Misc\">"
+         "<prop oor:name=\"UseLocking\" oor:op=\"fuse\"><value>false</value></prop></item>\n"
+         "</oor:items>\n";
+  if (!out.flush()) {
+    *reason = "cannot write the office's settings in " + user.string();
+    return false;
+  }
+  return true;
+}
+
 bool OfficeProcess::Spawn(std::string* reason) {
   if (profile_dir_.empty()) {
     *reason = "cannot create a profile folder";
@@ -177,6 +200,7 @@ bool OfficeProcess::Spawn(std::string* reason) {
     *reason = "no office at " + program_dir_;
     return false;
   }
+  if (!WriteSettings(reason)) return false;
   std::vector<std::string> args = {
       binary,       "--headless", "--invisible", "--nologo", "--norestore", "--nodefault",
       "--nolockcheck",

@@ -51,6 +51,7 @@ class OfficeProcess {
   const std::string& program_dir() const { return program_dir_; }
 
  private:
+  bool WriteSettings(std::string* reason) const;
   std::string program_dir_;
   std::string profile_dir_;
   std::string pipe_name_;
