@@ -1388,14 +1388,13 @@ Workbook& CalcWorkbooks::Open(const std::string& filename, const OpenOptions& op
     // Text sources are read with the text filter: with the given delimiter
     // for Format 6, else as Excel reads them (comma for .csv, tab else).
     bool text = false;
+    std::optional<CalcApplication::Detected> detected;
     if (!IsWorkbookContainer(filename)) {
       const std::string ext = Lower(fs::path(filename).extension().string());
       text = ext == ".csv" || ext == ".txt" || ext == ".prn" || ext == ".tsv" || ext == ".tab";
       if (!text) {
-        Reference<css::document::XTypeDetection> detection(
-            app_->session().Create("com.sun.star.document.TypeDetection"), UNO_QUERY_THROW);
-        auto descriptor = ToSequence<css::beans::PropertyValue>({Prop("URL", Any(ToOUString(url)))});
-        const std::string type = Lower(ToUtf8(detection->queryTypeByDescriptor(descriptor, true)));
+        detected = app_->Detect(ToOUString(url));
+        const std::string type = Lower(detected->type);
         text = type.find("text") != std::string::npos || type.find("csv") != std::string::npos;
         text = text && type.find("html") == std::string::npos && type.find("xml") == std::string::npos;
       }
@@ -1417,7 +1416,7 @@ Workbook& CalcWorkbooks::Open(const std::string& filename, const OpenOptions& op
       args.push_back(Prop("FilterOptions", Any(ToOUString(separator + ",34,76,1,,1033,false,true"))));
       format = 6;
     }
-    Reference<css::lang::XComponent> component = app_->LoadWithoutView(ToOUString(url), args);
+    Reference<css::lang::XComponent> component = app_->LoadWithoutView(ToOUString(url), args, detected);
     if (!component.is()) {
       // What the document alone cannot take (a file of another kind, a
       // wrong password) goes the office's usual way, which says why.
@@ -1458,18 +1457,25 @@ Workbook& CalcWorkbooks::Add() {
   });
 }
 
-Reference<css::lang::XComponent> CalcApplication::LoadWithoutView(
-    const OUString& url, std::vector<css::beans::PropertyValue> args) {
+CalcApplication::Detected CalcApplication::Detect(const OUString& url) {
+  if (!detection_.is())
+    detection_.set(session_->Create("com.sun.star.document.TypeDetection"), UNO_QUERY_THROW);
+  auto descriptor = ToSequence<css::beans::PropertyValue>({Prop("URL", Any(url))});
+  Detected detected;
+  detected.type = ToUtf8(detection_->queryTypeByDescriptor(descriptor, true));
+  for (const auto& p : descriptor)
+    if (p.Name == "FilterName") p.Value >>= detected.filter;
+  return detected;
+}
+
+Reference<css::lang::XComponent> CalcApplication::LoadWithoutView(const OUString& url,
+                                                                  std::vector<css::beans::PropertyValue> args,
+                                                                  const std::optional<Detected>& detected) {
   OUString filter;
   for (const auto& a : args)
     if (a.Name == "FilterName") a.Value >>= filter;
   if (filter.isEmpty()) {
-    if (!detection_.is())
-      detection_.set(session_->Create("com.sun.star.document.TypeDetection"), UNO_QUERY_THROW);
-    auto descriptor = ToSequence<css::beans::PropertyValue>({Prop("URL", Any(url))});
-    detection_->queryTypeByDescriptor(descriptor, true);
-    for (const auto& p : descriptor)
-      if (p.Name == "FilterName") p.Value >>= filter;
+    filter = (detected ? *detected : Detect(url)).filter;
     if (filter.isEmpty()) return {};
     // Only a spreadsheet filter can fill a spreadsheet document.
     auto known = spreadsheet_filters_.find(ToUtf8(filter));

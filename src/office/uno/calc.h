@@ -312,8 +312,15 @@ class CalcApplication : public UnoApplication {
   // Loads a file into a spreadsheet document without a window or view,
   // which spares about a quarter of a small workbook's open; empty when the
   // document alone cannot take the file (inside a call).
+  // The office's type of a file and the filter it would read it with.
+  struct Detected {
+    std::string type;
+    OUString filter;
+  };
+  Detected Detect(const OUString& url);  // inside a call
   Reference<css::lang::XComponent> LoadWithoutView(const OUString& url,
-                                                   std::vector<css::beans::PropertyValue> args);
+                                                   std::vector<css::beans::PropertyValue> args,
+                                                   const std::optional<Detected>& detected);
   // A new office document as Workbooks.Add gives it: one sheet, "Sheet1".
   Reference<css::lang::XComponent> NewDocument();  // inside a call
   // Sheets written straight from another workbook's sheet (see
