@@ -189,14 +189,9 @@ Status ExpandInputList(const char* inputs, const char* out, std::vector<std::str
 namespace {
 
 // Finds where a file's first record ends.
-class FirstRecord {
+class FirstRecord : public RecordEndsOnly {
  public:
   explicit FirstRecord(uint64_t begin) : content_end(begin), record_end(begin) {}
-  void Data(const char*, size_t, uint64_t, bool) {}
-  void OpenQuote(uint64_t) {}
-  void CloseQuote(uint64_t) {}
-  void EscapedQuote(uint64_t) {}
-  void Delimiter(uint64_t) {}
   void LineEnd(uint64_t at, size_t len) {
     content_end = at;
     record_end = at + len;

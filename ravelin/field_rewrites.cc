@@ -185,17 +185,12 @@ class DropEmptyRecords : public Rewriter {
   State state_ = kFresh;
 };
 
-class CropRows : public Rewriter {
+class CropRows : public Rewriter, public RecordEndsOnly {
  public:
   CropRows(const Input& in, Output& out, const RangeSet& rows) : Rewriter(in, out), rows_(rows) {
     keep_ = rows_.Contains(row_);
   }
 
-  void Data(const char*, size_t, uint64_t, bool) {}
-  void OpenQuote(uint64_t) {}
-  void CloseQuote(uint64_t) {}
-  void EscapedQuote(uint64_t) {}
-  void Delimiter(uint64_t) {}
   void LineEnd(uint64_t at, size_t len) {
     Settle(at + len);
     keep_ = rows_.Contains(++row_);

@@ -107,6 +107,16 @@ Status Lex(Input& in, char delim, Handler& h) {
   return Status::kOk;
 }
 
+// For a handler that needs only where records end: the field tokens pass
+// unheard.
+struct RecordEndsOnly {
+  void Data(const char*, size_t, uint64_t, bool) {}
+  void OpenQuote(uint64_t) {}
+  void CloseQuote(uint64_t) {}
+  void EscapedQuote(uint64_t) {}
+  void Delimiter(uint64_t) {}
+};
+
 // The bookkeeping of a rewrite that copies most of its input. Input before
 // pos_ is decided: kept bytes from copy_from_ on are copied out lazily, in
 // one piece. A handler that cannot decide yet (trailing spaces, a record
