@@ -5,7 +5,13 @@ cd "$(dirname "$0")/.."
 dir="${1:-build}"
 shift || true
 jobs="$(nproc 2>/dev/null || echo 2)"
+launcher=()
+if command -v ccache >/dev/null 2>&1; then
+  # Several checkouts of the tree share one compiler cache.
+  export CCACHE_BASEDIR="${CCACHE_BASEDIR:-$(dirname "$PWD")}"
+  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+fi
 if [ ! -f "$dir/build.ninja" ]; then
-  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${launcher[@]}" "$@" >/dev/null
 fi
 cmake --build "$dir" -j "$jobs"
