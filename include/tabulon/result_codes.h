@@ -40,6 +40,15 @@ enum ResultCode : int32_t {
   kInvalidSheets = -213,
   kMoveSheetMissing = -215,
   kRenameSheetMissing = -216,
+  // The general error path: an office call failed in the middle of a
+  // method's own work (a name the office refuses, a wrong password, a macro
+  // that does not exist, a save that could not be written). The method
+  // returns the automation error's own number, as the original platform's
+  // error handler does, and its description is the message (OnError is
+  // raised). The conversion keeps the code then current instead, as its
+  // contract says.
+  kAutomationError = -2146827284,   // 0x800A03EC: the office refused the call
+  kOfficeUnavailable = -2147023174, // 0x800706BA: the office died or stopped answering
 };
 
 // Message texts, one constant per variant.

@@ -9,7 +9,7 @@
 #include "control/control_state.h"
 #include "control/workbook_frame.h"
 #include "convert/sheet_lookup.h"
-#include "convert/sheet_list.h"
+#include "convert/sheet_spec.h"
 #include "util/file_helpers.h"
 
 namespace tabulon {
@@ -90,8 +90,8 @@ class Conversion {
     }
     office::SaveAsOptions options;
     options.file_format = type_;
-    options.access_mode = 1;
-    options.conflict_resolution = 2;
+    options.access_mode = office::kXlNoChange;
+    options.conflict_resolution = office::kXlLocalSessionChanges;
     try {
       fresh.SaveAs(output, options);
     } catch (...) {
@@ -176,39 +176,23 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
     if (sSheets.find('*') != std::string::npos && !s.multi_file_output && OneOf(kWorkbookFormats, lTargetType)) {
       office::SaveAsOptions save;
       save.file_format = lTargetType;
-      save.access_mode = 1;
-      save.conflict_resolution = 2;
+      save.access_mode = office::kXlNoChange;
+      save.conflict_resolution = office::kXlLocalSessionChanges;
       app->ActiveWorkbook().SaveAs(sTargetFile, save);
       return;  // straight to closing: nothing is listed, Saved is left alone
     }
 
     office::Workbook& book = app->GetWorkbooks().Item(1);
-    SheetTodoList pairs{};
-    std::vector<std::string> names;
-    int32_t count = 0;
-    const bool named = DetectNamedSheets(s.text_library, sSheets);
-    if (!named) {
-      count = FillSheetTodoList(s.text_library, sSheets, pairs);
-    } else if (sSheets.find('*') == std::string::npos) {
-      NormaliseNameList(sSheets);
-      names = SplitNameList(sSheets);
-      count = static_cast<int32_t>(names.size());
-    } else {
-      for (int32_t n = 1; n <= 1000; ++n) {
-        auto sheet = GetSheetByIndex(book, n);
-        if (!sheet) break;
-        names.push_back(sheet->Name());
-      }
-      count = static_cast<int32_t>(names.size());
+    const SheetSpec spec = SheetSpec::Parse(s.text_library, sSheets);
+    std::vector<std::string> names = spec.names();
+    if (spec.kind() == SheetSpec::Kind::kAll) {
+      ForEachSheet(book, 1000, [&](office::Worksheet& sheet) {
+        names.push_back(sheet.Name());
+        return true;
+      });
     }
-
-    multi_output = static_cast<int64_t>(pairs[1]) - pairs[0] > 0 || count >= 2;
+    multi_output = spec.named() ? names.size() >= 2 : spec.SeveralItems();
     const OutputNaming naming(sTargetFile);
-    if (multi_output && !named) {
-      pairs.fill(0);
-      count = FillSheetTodoList(s.text_library, sSheets, pairs);
-      multi_output = static_cast<int64_t>(pairs[1]) - pairs[0] > 0 || count >= 2;
-    }
 
     auto process = [&](std::unique_ptr<office::Worksheet> sheet, const std::string& output) {
       if (!sheet) {
@@ -223,24 +207,23 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
       s.files_just_created.push_back(output);
     };
 
-    if (!named && multi_output) {
-      const int32_t sheet_count = book.Sheets().Count();
-      for (int32_t k = 0; k < count; ++k) {
-        for (int64_t n = pairs[2 * k]; n <= pairs[2 * k + 1]; ++n) {
-          if (n > sheet_count) {
-            // No sheet has this number or any above it in the range.
-            code = kInvalidSheet;
-            break;
-          }
-          process(GetSheetByIndex(book, static_cast<int32_t>(n)), naming.For(std::to_string(n)));
-        }
-      }
-    } else if (!named) {
-      process(GetSheetByIndex(book, pairs[0]), sTargetFile);
-    } else {
+    if (spec.named()) {
       for (const std::string& name : names) {
-        process(GetSheetByNameOrIndex(book, name), count >= 2 ? naming.For(name) : sTargetFile);
+        process(GetSheetByNameOrIndex(book, name), multi_output ? naming.For(name) : sTargetFile);
       }
+    } else if (multi_output) {
+      const int32_t sheet_count = book.Sheets().Count();
+      spec.ForEachNumber([&](int64_t n) {
+        if (n > sheet_count) {
+          // No sheet has this number or any above it in the range.
+          code = kInvalidSheet;
+          return false;
+        }
+        process(GetSheetByIndex(book, static_cast<int32_t>(n)), naming.For(std::to_string(n)));
+        return true;
+      });
+    } else {
+      process(GetSheetByIndex(book, spec.first_number()), sTargetFile);
     }
     loop_completed = true;
 

@@ -1,10 +1,11 @@
 #include "convert/sheet_discovery.h"
 
+#include <cstdint>
 #include <optional>
 
 #include "control/workbook_frame.h"
 #include "convert/sheet_lookup.h"
-#include "convert/sheet_list.h"
+#include "convert/sheet_spec.h"
 
 namespace tabulon {
 
@@ -46,61 +47,59 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
     app->GetWorkbooks().Open(path, options);
     office::Workbook& book = app->GetWorkbooks().Item(1);
     try {
-      if (!DetectNamedSheets(state.text_library, list)) {
-        SheetTodoList pairs{};
-        const int32_t count = FillSheetTodoList(state.text_library, list, pairs);
-        // The name tried when a number finds no sheet is the list itself, the
-        // same for every number: look it up once.
-        std::optional<std::string> fallback_name;
-        bool fallback_tried = false;
-        auto fallback = [&]() -> const std::optional<std::string>& {
-          if (!fallback_tried) {
-            fallback_tried = true;
-            if (auto sheet = GetSheetByName(book, list)) fallback_name = sheet->Name();
-          }
-          return fallback_name;
-        };
-        const int64_t sheet_count = book.Sheets().Count();
-        // Visits sheet n; false when n and every number above it cannot be
-        // found, so a huge range ends at once.
-        auto visit = [&](int64_t n) {
-          if (n >= 1 && n <= sheet_count) {
-            if (auto sheet = GetSheetByIndex(book, static_cast<int32_t>(n))) {
-              sink.Store(sheet->Name());
+      const SheetSpec spec = SheetSpec::Parse(state.text_library, list);
+      switch (spec.kind()) {
+        case SheetSpec::Kind::kNumbers: {
+          // The name tried when a number finds no sheet is the list itself,
+          // the same for every number: look it up once.
+          std::optional<std::string> fallback_name;
+          bool fallback_tried = false;
+          auto fallback = [&]() -> const std::optional<std::string>& {
+            if (!fallback_tried) {
+              fallback_tried = true;
+              if (auto sheet = GetSheetByName(book, list)) fallback_name = sheet->Name();
+            }
+            return fallback_name;
+          };
+          const int64_t sheet_count = book.Sheets().Count();
+          // Visits sheet n; false when n and every number above it cannot be
+          // found, so a huge range ends at once.
+          auto visit = [&](int64_t n) {
+            if (n >= 1 && n <= sheet_count) {
+              if (auto sheet = GetSheetByIndex(book, static_cast<int32_t>(n))) {
+                sink.Store(sheet->Name());
+                return true;
+              }
+            }
+            if (const auto& name = fallback()) {
+              sink.Store(*name);
               return true;
             }
+            code = kInvalidSheet;
+            return n < sheet_count;
+          };
+          if (spec.count() < 2) {
+            visit(spec.first_number());
+          } else {
+            spec.ForEachNumber(visit);
           }
-          if (const auto& name = fallback()) {
-            sink.Store(*name);
-            return true;
-          }
-          code = kInvalidSheet;
-          return n < sheet_count;
-        };
-        if (count < 2) {
-          visit(pairs[0]);
-        } else {
-          for (int32_t k = 0; k < count; ++k) {
-            for (int64_t n = pairs[2 * k]; n <= pairs[2 * k + 1]; ++n) {
-              if (!visit(n)) break;
+          break;
+        }
+        case SheetSpec::Kind::kNames:
+          for (const std::string& name : spec.names()) {
+            if (auto sheet = GetSheetByName(book, name)) {
+              sink.Store(sheet->Name());
+            } else {
+              code = kInvalidSheet;
             }
           }
-        }
-      } else if (list.find('*') == std::string::npos) {
-        NormaliseNameList(list);
-        for (const std::string& name : SplitNameList(list)) {
-          if (auto sheet = GetSheetByName(book, name)) {
-            sink.Store(sheet->Name());
-          } else {
-            code = kInvalidSheet;
-          }
-        }
-      } else {
-        for (int32_t n = 1;; ++n) {
-          auto sheet = GetSheetByIndex(book, n);
-          if (!sheet) break;
-          sink.Store(sheet->Name());
-        }
+          break;
+        case SheetSpec::Kind::kAll:
+          ForEachSheet(book, INT32_MAX, [&](office::Worksheet& sheet) {
+            sink.Store(sheet.Name());
+            return true;
+          });
+          break;
       }
     } catch (const ArrayFull&) {
     }

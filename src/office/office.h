@@ -22,6 +22,8 @@
 #include <variant>
 #include <vector>
 
+#include "office/xl_constants.h"
+
 namespace tabulon::office {
 
 // Why an office call failed.
@@ -48,12 +50,6 @@ using Cell = std::variant<std::monostate, double, std::string>;
 // the block.
 using Block = std::vector<std::vector<Cell>>;
 
-// Excel's XlCellType constant for the last used cell.
-inline constexpr int32_t kXlCellTypeLastCell = 11;
-// Excel's XlSheetType constant for a worksheet.
-inline constexpr int32_t kXlWorksheet = -4167;
-// Excel's XlFileFormat of the normal workbook.
-inline constexpr int32_t kXlWorkbookNormal = -4143;
 
 class Range {
  public:

@@ -1,0 +1,101 @@
+// The skeleton of every method that opens one workbook, works on it and saves
+// it under a target path (the sheet structure methods, the cell edits,
+// printing, macros and passwords):
+//   1. the source must exist: -202 and the method's text, no event;
+//   2. the target's folder is made with its missing ancestors when absent:
+//      -208, no event;
+//   3. the spreadsheet application is created: -3, with the event;
+//   4. the source is opened with the input password pair, read-only when
+//      the target is another file (paths compared without regard to case);
+//   5. the method's own steps, on Workbooks(1);
+//   6. ActiveWorkbook.SaveAs(target, normal workbook format), Saved = True;
+//   7. Workbooks.Close and the application closed: a failed close gives -4,
+//      which replaces any earlier code.
+// An office error in steps 4 to 6 ends the method through the general error
+// path (kAutomationError or kOfficeUnavailable, with the office's own text
+// and the event); nothing is saved then. A method states only what differs
+// (its texts, its open and save arguments) and gives its steps.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "control/applications.h"
+#include "control/control_state.h"
+#include "office/office.h"
+
+namespace tabulon {
+
+// What the steps of a method see and decide.
+class MethodStep {
+ public:
+  MethodStep(TabulonCtrl::State& state, office::Application& app, office::SaveAsOptions& save)
+      : state_(state), app_(app), save_(save) {}
+
+  TabulonCtrl::State& state() { return state_; }
+  office::Application& app() { return app_; }
+  // The workbook worked on: Workbooks(1).
+  office::Workbook& book() { return app_.GetWorkbooks().Item(1); }
+
+  // Stores the code and message and raises OnError; returns the code for the
+  // steps to return. Nothing is saved then.
+  int32_t Fail(int32_t code, std::string_view message) { return state_.FailAndRaise(code, message); }
+  // The same without the event.
+  int32_t FailQuietly(int32_t code, std::string_view message) { return state_.Fail(code, message); }
+
+  // The SaveAs arguments of step 6, for steps that add to them.
+  office::SaveAsOptions& save() { return save_; }
+  // Step 6 is left out: the workbook is closed without saving.
+  void SkipSave() { skip_save_ = true; }
+  bool save_skipped() const { return skip_save_; }
+
+ private:
+  TabulonCtrl::State& state_;
+  office::Application& app_;
+  office::SaveAsOptions& save_;
+  bool skip_save_ = false;
+};
+
+class WorkbookMethod {
+ public:
+  // The steps return 0 to go on to the save, or a code already stored
+  // through MethodStep::Fail.
+  using Steps = std::function<int32_t(MethodStep&)>;
+
+  WorkbookMethod(TabulonCtrl::State& state, const std::string& source, const std::string& target);
+
+  // The -202 text; "Source File does not exist" unless set.
+  WorkbookMethod& SourceMissingText(std::string_view text);
+  // No folder check: the target is not written (printing on paper).
+  WorkbookMethod& WithoutTargetFolder();
+  // Runs after the checks, before the application is created (the methods
+  // that clean their arguments there).
+  WorkbookMethod& BeforeStart(std::function<void()> prepare);
+  // Replaces the open arguments of step 4.
+  WorkbookMethod& OpenWith(office::OpenOptions options);
+  // The SaveAs arguments of step 6; FileFormat the normal workbook format
+  // unless set.
+  WorkbookMethod& SaveWith(office::SaveAsOptions options);
+
+  // Runs the skeleton around `steps`; returns the method's result code.
+  int32_t Run(const Steps& steps);
+
+ private:
+  TabulonCtrl::State& state_;
+  const std::string& source_;
+  const std::string& target_;
+  std::string_view source_missing_;
+  bool check_target_folder_ = true;
+  std::function<void()> prepare_;
+  std::optional<office::OpenOptions> open_;
+  office::SaveAsOptions save_;
+};
+
+// The general error path: stores the office error's code and text, raises
+// OnError, returns the code.
+int32_t FailWithOfficeError(TabulonCtrl::State& state, const office::Error& error);
+
+}  // namespace tabulon
