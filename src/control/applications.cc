@@ -14,31 +14,28 @@ void CloseWorkbooks(office::Application* app) {
 
 }  // namespace
 
-office::Application* Applications::Excel() {
-  if (!state_.session.CreateExcel()) {
-    state_.FailAndRaise(kExcelNotCreated, msg::kExcelNotCreated);
-    return nullptr;
+bool Applications::Started(bool created, bool& held, int32_t failure, std::string_view message) {
+  if (!created) {
+    state_.FailAndRaise(failure, message);
+    return false;
   }
-  excel_ = true;
-  return state_.session.xlApp();
+  held = true;
+  return true;
+}
+
+office::Application* Applications::Excel() {
+  const bool ok = Started(state_.session.CreateExcel(), excel_, kExcelNotCreated, msg::kExcelNotCreated);
+  return ok ? state_.session.xlApp() : nullptr;
 }
 
 office::Application* Applications::ExcelTarget() {
-  if (!state_.session.CreateExcelTarget()) {
-    state_.FailAndRaise(kExcelNotCreated, msg::kExcelNotCreated);
-    return nullptr;
-  }
-  excel_target_ = true;
-  return state_.session.xlAppTarget();
+  const bool ok = Started(state_.session.CreateExcelTarget(), excel_target_, kExcelNotCreated, msg::kExcelNotCreated);
+  return ok ? state_.session.xlAppTarget() : nullptr;
 }
 
 office::WordApplication* Applications::Word() {
-  if (!state_.session.CreateWord()) {
-    state_.FailAndRaise(kWordNotCreated, msg::kWordNotCreated);
-    return nullptr;
-  }
-  word_ = true;
-  return state_.session.wdApp();
+  const bool ok = Started(state_.session.CreateWord(), word_, kWordNotCreated, msg::kWordNotCreated);
+  return ok ? state_.session.wdApp() : nullptr;
 }
 
 int32_t Applications::CloseAll(int32_t code, bool raise) {

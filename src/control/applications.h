@@ -31,6 +31,9 @@ class Applications {
   int32_t CloseAll(int32_t code, bool raise = false);
 
  private:
+  // Stores the failure and raises OnError when `created` is false; marks the
+  // application as held by this call otherwise.
+  bool Started(bool created, bool& held, int32_t failure, std::string_view message);
   int32_t Replace(int32_t code, int32_t failure, std::string_view message, bool raise);
 
   TabulonCtrl::State& state_;

@@ -1,6 +1,6 @@
 #include "control/workbook_method.h"
 
-#include "control/workbook_frame.h"
+#include "util/file_helpers.h"
 
 namespace tabulon {
 
@@ -10,12 +10,17 @@ int32_t FailWithOfficeError(TabulonCtrl::State& state, const office::Error& erro
 }
 
 WorkbookMethod::WorkbookMethod(TabulonCtrl::State& state, const std::string& source, const std::string& target)
-    : state_(state), source_(source), target_(target), source_missing_(msg::kSourceFileMissing) {
+    : state_(state), source_(source), target_(target) {
+  SourceMissingText(msg::kSourceFileMissing);
   save_.file_format = office::kXlWorkbookNormal;
 }
 
 WorkbookMethod& WorkbookMethod::SourceMissingText(std::string_view text) {
-  source_missing_ = text;
+  return OnSourceMissing([this, text] { return state_.Fail(kFileMissing, text); });
+}
+
+WorkbookMethod& WorkbookMethod::OnSourceMissing(std::function<int32_t()> fail) {
+  source_missing_ = std::move(fail);
   return *this;
 }
 
@@ -24,7 +29,7 @@ WorkbookMethod& WorkbookMethod::WithoutTargetFolder() {
   return *this;
 }
 
-WorkbookMethod& WorkbookMethod::BeforeStart(std::function<void()> prepare) {
+WorkbookMethod& WorkbookMethod::BeforeStart(std::function<int32_t()> prepare) {
   prepare_ = std::move(prepare);
   return *this;
 }
@@ -40,32 +45,62 @@ WorkbookMethod& WorkbookMethod::SaveWith(office::SaveAsOptions options) {
   return *this;
 }
 
+WorkbookMethod& WorkbookMethod::KeepCodeOnOfficeError() {
+  keep_code_on_office_error_ = true;
+  return *this;
+}
+
+WorkbookMethod& WorkbookMethod::RaiseOnFailedClose() {
+  raise_on_failed_close_ = true;
+  return *this;
+}
+
+office::OpenOptions WorkbookMethod::SourceOpenOptions(const TabulonCtrl::State& state, const std::string& source,
+                                                      const std::string& target, bool input_passwords) {
+  office::OpenOptions options;
+  options.password = input_passwords ? state.input_password : state.output_password;
+  options.write_res_password = input_passwords ? state.input_password_tw : state.output_password_tw;
+  if (!SamePathText(source, target)) options.read_only = true;
+  return options;
+}
+
+int32_t WorkbookMethod::CheckTargetFolder() const {
+  const std::string folder = GetFolderOfPath(target_);
+  if (FolderExists(folder)) return kSuccess;
+  MakeFolderPath(folder);
+  if (FolderExists(folder)) return kSuccess;
+  return state_.Fail(kTargetFolderMissing, msg::kTargetFolderMissing);
+}
+
 int32_t WorkbookMethod::Run(const Steps& steps) {
-  WorkbookFrame frame(state_);
-  if (int32_t code = frame.CheckSource(source_, source_missing_); code != kSuccess) return code;
+  if (!FileExists(source_)) return source_missing_();
   if (check_target_folder_) {
-    if (int32_t code = frame.CheckTargetFolder(target_); code != kSuccess) return code;
+    if (int32_t code = CheckTargetFolder(); code != kSuccess) return code;
   }
-  if (prepare_) prepare_();
+  if (prepare_) {
+    if (int32_t code = prepare_(); code != kSuccess) return code;
+  }
 
   Applications apps(state_);
   office::Application* app = apps.Excel();
   if (app == nullptr) return kExcelNotCreated;
 
   int32_t code = kSuccess;
+  MethodStep step(state_, *app, save_);
   try {
-    app->GetWorkbooks().Open(source_, open_ ? *open_ : frame.SourceOpenOptions(source_, target_));
-    MethodStep step(state_, *app, save_);
-    code = steps(step);
+    app->GetWorkbooks().Open(source_, open_ ? *open_ : SourceOpenOptions(state_, source_, target_));
+    steps(step);
+    code = step.code();
     if (code == kSuccess && !step.save_skipped()) {
       office::Workbook& active = app->ActiveWorkbook();
       active.SaveAs(target_, save_);
       active.SetSaved(true);
     }
   } catch (const office::Error& error) {
-    code = FailWithOfficeError(state_, error);
+    last_office_error_ = error.what();
+    code = keep_code_on_office_error_ ? step.code() : FailWithOfficeError(state_, error);
   }
-  return apps.CloseAll(code);
+  return apps.CloseAll(code, raise_on_failed_close_);
 }
 
 }  // namespace tabulon

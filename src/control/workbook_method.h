@@ -40,11 +40,21 @@ class MethodStep {
   // The workbook worked on: Workbooks(1).
   office::Workbook& book() { return app_.GetWorkbooks().Item(1); }
 
-  // Stores the code and message and raises OnError; returns the code for the
-  // steps to return. Nothing is saved then.
-  int32_t Fail(int32_t code, std::string_view message) { return state_.FailAndRaise(code, message); }
+  // Stores the code and message and raises OnError; the method will return
+  // the code, and nothing is saved.
+  int32_t Fail(int32_t code, std::string_view message) {
+    code_ = state_.FailAndRaise(code, message);
+    return code_;
+  }
   // The same without the event.
-  int32_t FailQuietly(int32_t code, std::string_view message) { return state_.Fail(code, message); }
+  int32_t FailQuietly(int32_t code, std::string_view message) {
+    code_ = state_.Fail(code, message);
+    return code_;
+  }
+  // A code whose message is stored later (a walk that goes on after a
+  // missing sheet).
+  void SetCode(int32_t code) { code_ = code; }
+  int32_t code() const { return code_; }
 
   // The SaveAs arguments of step 6, for steps that add to them.
   office::SaveAsOptions& save() { return save_; }
@@ -56,40 +66,65 @@ class MethodStep {
   TabulonCtrl::State& state_;
   office::Application& app_;
   office::SaveAsOptions& save_;
+  int32_t code_ = 0;
   bool skip_save_ = false;
 };
 
 class WorkbookMethod {
  public:
-  // The steps return 0 to go on to the save, or a code already stored
-  // through MethodStep::Fail.
-  using Steps = std::function<int32_t(MethodStep&)>;
+  // The method's own steps; a failure goes through MethodStep::Fail (or
+  // SetCode) and leaves the workbook unsaved.
+  using Steps = std::function<void(MethodStep&)>;
 
   WorkbookMethod(TabulonCtrl::State& state, const std::string& source, const std::string& target);
 
   // The -202 text; "Source File does not exist" unless set.
   WorkbookMethod& SourceMissingText(std::string_view text);
+  // Replaces step 1's failure: `fail` stores the method's own code and text
+  // (and raises the event where the method does) and returns the code.
+  WorkbookMethod& OnSourceMissing(std::function<int32_t()> fail);
   // No folder check: the target is not written (printing on paper).
   WorkbookMethod& WithoutTargetFolder();
   // Runs after the checks, before the application is created (the methods
-  // that clean their arguments there).
-  WorkbookMethod& BeforeStart(std::function<void()> prepare);
+  // that clean or test their arguments there); returns 0 to go on, or a
+  // code already stored.
+  WorkbookMethod& BeforeStart(std::function<int32_t()> prepare);
   // Replaces the open arguments of step 4.
   WorkbookMethod& OpenWith(office::OpenOptions options);
   // The SaveAs arguments of step 6; FileFormat the normal workbook format
   // unless set.
   WorkbookMethod& SaveWith(office::SaveAsOptions options);
 
+  // An office error ends the work with the code then current instead of the
+  // general error path (the conversion and the sheet resolver say so). The
+  // office's text is kept in last_office_error().
+  WorkbookMethod& KeepCodeOnOfficeError();
+  // A failed close of the application raises OnError too (the conversion).
+  WorkbookMethod& RaiseOnFailedClose();
+
   // Runs the skeleton around `steps`; returns the method's result code.
   int32_t Run(const Steps& steps);
 
+  const std::string& last_office_error() const { return last_office_error_; }
+
+  // Open arguments of a source: the input password pair (or the output
+  // pair), ReadOnly True when the target is another file (paths compared
+  // without regard to case), omitted otherwise.
+  static office::OpenOptions SourceOpenOptions(const TabulonCtrl::State& state, const std::string& source,
+                                               const std::string& target, bool input_passwords = true);
+
  private:
+  int32_t CheckTargetFolder() const;
+
   TabulonCtrl::State& state_;
   const std::string& source_;
   const std::string& target_;
-  std::string_view source_missing_;
+  std::function<int32_t()> source_missing_;
   bool check_target_folder_ = true;
-  std::function<void()> prepare_;
+  bool keep_code_on_office_error_ = false;
+  bool raise_on_failed_close_ = false;
+  std::string last_office_error_;
+  std::function<int32_t()> prepare_;
   std::optional<office::OpenOptions> open_;
   office::SaveAsOptions save_;
 };

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "control/control_state.h"
-#include "control/workbook_frame.h"
+#include "control/workbook_method.h"
 #include "convert/sheet_lookup.h"
 #include "convert/sheet_spec.h"
 #include "util/file_helpers.h"
@@ -57,14 +57,14 @@ std::string TrimBlanks(const std::string& text) {
   return text.substr(begin, text.find_last_not_of(' ') - begin + 1);
 }
 
-class Conversion {
+class SheetExport {
  public:
-  Conversion(TabulonCtrl& control, TabulonCtrl::State& state, office::Application& app, int32_t type, bool formulas)
-      : control_(control), state_(state), app_(app), type_(type), formulas_(formulas) {}
+  SheetExport(TabulonCtrl::State& state, office::Application& app, int32_t type, bool formulas)
+      : state_(state), app_(app), type_(type), formulas_(formulas) {}
 
   // Writes the active sheet (the given range, or the used area counted from
   // A1) through a fresh one-sheet workbook.
-  void ExportSheet(office::Worksheet& source, const std::string& output) {
+  void Export(office::Worksheet& source, const std::string& output) {
     if (state_.range_text.find('*') != std::string::npos) state_.range_text.clear();
     std::string address;
     if (TrimBlanks(state_.range_text).empty()) {
@@ -103,27 +103,6 @@ class Conversion {
     source.Activate();
   }
 
-  // Joins the text outputs into the target, in list order, and leaves the
-  // target as the only file listed.
-  void MergeTextOutputs(const std::string& target) {
-    if (!OneOf(kTextFormats, type_)) return;
-    std::vector<std::string>& files = state_.files_just_created;
-    for (size_t i = 1; i < files.size(); ++i) {
-      std::string first = files[0];
-      std::string next = files[i];
-      (void)control_.ConcatenateTwoTextFiles(first, next);
-    }
-    if (!files.empty()) (void)MoveFileOverwriting(files[0], target);
-    for (const std::string& file : files) {
-      if (FileExists(file)) {
-        std::error_code ignored;
-        std::filesystem::remove(file, ignored);
-      }
-    }
-    files.clear();
-    files.push_back(target);
-  }
-
  private:
   static void CloseQuietly(office::Workbook& book) {
     try {
@@ -133,12 +112,30 @@ class Conversion {
     }
   }
 
-  TabulonCtrl& control_;
   TabulonCtrl::State& state_;
   office::Application& app_;
   int32_t type_;
   bool formulas_;
 };
+
+// Joins the text outputs into the target, in list order, and leaves the
+// target as the only file listed.
+void MergeTextOutputs(TabulonCtrl& control, std::vector<std::string>& files, const std::string& target) {
+  for (size_t i = 1; i < files.size(); ++i) {
+    std::string first = files[0];
+    std::string next = files[i];
+    (void)control.ConcatenateTwoTextFiles(first, next);
+  }
+  if (!files.empty()) (void)MoveFileOverwriting(files[0], target);
+  for (const std::string& file : files) {
+    if (FileExists(file)) {
+      std::error_code ignored;
+      std::filesystem::remove(file, ignored);
+    }
+  }
+  files.clear();
+  files.push_back(target);
+}
 
 }  // namespace
 
@@ -148,41 +145,42 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
   s.files_just_created.clear();
   s.sheets_just_processed.clear();
 
-  if (!FileExists(sSourceFile)) {
-    std::string message(msg::kSourceFileDoesNotExistPrefix);
-    message += "\r\r";
-    message += sSourceFile;
-    return s.FailAndRaise(kSourceMissing, message);
+  office::OpenOptions open = WorkbookMethod::SourceOpenOptions(s, sSourceFile, sTargetFile);
+  if (s.delimiter_code != 0) {
+    open.format = 6;
+    open.delimiter = FromAnsi(std::string(1, static_cast<char>(s.delimiter_code)));
   }
-  if (sSheets.empty()) sSheets = "*";
+  WorkbookMethod method(s, sSourceFile, sTargetFile);
+  method.OnSourceMissing([&] {
+          std::string message(msg::kSourceFileDoesNotExistPrefix);
+          message += "\r\r";
+          message += sSourceFile;
+          return s.FailAndRaise(kSourceMissing, message);
+        })
+      .WithoutTargetFolder()
+      .BeforeStart([&]() -> int32_t {
+        if (sSheets.empty()) sSheets = "*";
+        return kSuccess;
+      })
+      .OpenWith(open)
+      .KeepCodeOnOfficeError()
+      .RaiseOnFailedClose();
 
-  WorkbookFrame frame(s);
-  office::Application* app = frame.StartExcel();
-  if (app == nullptr) return kExcelNotCreated;
-
-  int32_t code = kSuccess;
   bool loop_completed = false;
   bool multi_output = false;
-  Conversion conversion(*this, s, *app, lTargetType, bDoFormula);
-
-  frame.Trap([&] {
-    office::OpenOptions options = frame.SourceOpenOptions(sSourceFile, sTargetFile);
-    if (s.delimiter_code != 0) {
-      options.format = 6;
-      options.delimiter = FromAnsi(std::string(1, static_cast<char>(s.delimiter_code)));
-    }
-    app->GetWorkbooks().Open(sSourceFile, options);
-
+  const int32_t code = method.Run([&](MethodStep& step) {
+    step.SkipSave();
+    office::Application& app = step.app();
     if (sSheets.find('*') != std::string::npos && !s.multi_file_output && OneOf(kWorkbookFormats, lTargetType)) {
       office::SaveAsOptions save;
       save.file_format = lTargetType;
       save.access_mode = office::kXlNoChange;
       save.conflict_resolution = office::kXlLocalSessionChanges;
-      app->ActiveWorkbook().SaveAs(sTargetFile, save);
+      app.ActiveWorkbook().SaveAs(sTargetFile, save);
       return;  // straight to closing: nothing is listed, Saved is left alone
     }
 
-    office::Workbook& book = app->GetWorkbooks().Item(1);
+    office::Workbook& book = step.book();
     const SheetSpec spec = SheetSpec::Parse(s.text_library, sSheets);
     std::vector<std::string> names = spec.names();
     if (spec.kind() == SheetSpec::Kind::kAll) {
@@ -193,17 +191,18 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
     }
     multi_output = spec.named() ? names.size() >= 2 : spec.SeveralItems();
     const OutputNaming naming(sTargetFile);
+    SheetExport exporter(s, app, lTargetType, bDoFormula);
 
     auto process = [&](std::unique_ptr<office::Worksheet> sheet, const std::string& output) {
       if (!sheet) {
-        code = kInvalidSheet;
+        step.SetCode(kInvalidSheet);
         return;
       }
       sheet->Activate();
-      app->SetDisplayFormulas(bDoFormula);
+      app.SetDisplayFormulas(bDoFormula);
       if (s.skip_empty_sheets && IsSheetEmpty(*sheet)) return;
       s.sheets_just_processed.push_back(sheet->Name());
-      conversion.ExportSheet(*sheet, output);
+      exporter.Export(*sheet, output);
       s.files_just_created.push_back(output);
     };
 
@@ -216,7 +215,7 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
       spec.ForEachNumber([&](int64_t n) {
         if (n > sheet_count) {
           // No sheet has this number or any above it in the range.
-          code = kInvalidSheet;
+          step.SetCode(kInvalidSheet);
           return false;
         }
         process(GetSheetByIndex(book, static_cast<int32_t>(n)), naming.For(std::to_string(n)));
@@ -227,16 +226,15 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
     }
     loop_completed = true;
 
-    if (code != kSuccess) {
-      if (code == kInvalidSheet) s.Fail(code, msg::kInvalidSheetSpecified);
-      s.RaiseOnError(code);
+    if (step.code() != kSuccess) {
+      if (step.code() == kInvalidSheet) s.Fail(kInvalidSheet, msg::kInvalidSheetSpecified);
+      s.RaiseOnError(step.code());
     }
-    app->ActiveWorkbook().SetSaved(true);
+    app.ActiveWorkbook().SetSaved(true);
   });
 
-  code = frame.CloseAndQuit(code, true);
-  if (code == kSuccess && loop_completed && !s.multi_file_output && multi_output) {
-    conversion.MergeTextOutputs(sTargetFile);
+  if (code == kSuccess && loop_completed && !s.multi_file_output && multi_output && OneOf(kTextFormats, lTargetType)) {
+    MergeTextOutputs(*this, s.files_just_created, sTargetFile);
   }
   return code;
 }

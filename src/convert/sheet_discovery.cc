@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "control/workbook_frame.h"
+#include "control/workbook_method.h"
 #include "convert/sheet_lookup.h"
 #include "convert/sheet_spec.h"
 
@@ -33,19 +33,22 @@ class NameSink {
 
 int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, std::string& list,
                           std::vector<std::string>& names, bool input_passwords) {
-  WorkbookFrame frame(state);
-  if (int32_t code = frame.CheckSource(path, msg::kOriginalFileMissing); code != kSuccess) return code;
-  if (list.empty()) return state.Fail(kInvalidSheet, msg::kInvalidSheetSpecifiedEmpty);
-  office::Application* app = frame.StartExcel();
-  if (app == nullptr) return kExcelNotCreated;
+  office::OpenOptions open = WorkbookMethod::SourceOpenOptions(state, path, path, input_passwords);
+  open.read_only = true;
+  WorkbookMethod method(state, path, path);
+  method.SourceMissingText(msg::kOriginalFileMissing)
+      .WithoutTargetFolder()
+      .BeforeStart([&]() -> int32_t {
+        if (list.empty()) return state.Fail(kInvalidSheet, msg::kInvalidSheetSpecifiedEmpty);
+        return kSuccess;
+      })
+      .OpenWith(open)
+      .KeepCodeOnOfficeError();
 
-  int32_t code = kSuccess;
   NameSink sink(names);
-  frame.Trap([&] {
-    office::OpenOptions options = frame.SourceOpenOptions(path, path, input_passwords);
-    options.read_only = true;
-    app->GetWorkbooks().Open(path, options);
-    office::Workbook& book = app->GetWorkbooks().Item(1);
+  const int32_t code = method.Run([&](MethodStep& step) {
+    step.SkipSave();
+    office::Workbook& book = step.book();
     try {
       const SheetSpec spec = SheetSpec::Parse(state.text_library, list);
       switch (spec.kind()) {
@@ -75,7 +78,7 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
               sink.Store(*name);
               return true;
             }
-            code = kInvalidSheet;
+            step.SetCode(kInvalidSheet);
             return n < sheet_count;
           };
           if (spec.count() < 2) {
@@ -90,7 +93,7 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
             if (auto sheet = GetSheetByName(book, name)) {
               sink.Store(sheet->Name());
             } else {
-              code = kInvalidSheet;
+              step.SetCode(kInvalidSheet);
             }
           }
           break;
@@ -102,14 +105,15 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
           break;
       }
     } catch (const ArrayFull&) {
+    } catch (const office::Error&) {
+      // The walk ends with the code then current; a missing sheet found
+      // before is still reported.
+    }
+    if (step.code() != kSuccess) {
+      if (step.code() == kInvalidSheet) state.Fail(kInvalidSheet, msg::kInvalidSheetSpecified);
+      state.RaiseOnError(step.code());
     }
   });
-
-  if (code != kSuccess) {
-    if (code == kInvalidSheet) state.Fail(code, msg::kInvalidSheetSpecified);
-    state.RaiseOnError(code);
-  }
-  code = frame.CloseAndQuit(code, false);
   return code != kSuccess ? code : sink.stored();
 }
 
