@@ -135,4 +135,26 @@ TEST(CliOffice, SheetsAndOffice) {
   EXPECT_EQ(office.out, "ExcelIsInstalled True\nWordIsInstalled True\nExcelVersion 7.4\nExcelBuild 2\n");
 }
 
+TEST(CliOffice, BatchRunsEveryLineAndReportsTheFirstFailure) {
+  Folder dir;
+  {
+    std::ofstream lines(dir / "jobs.txt");
+    lines << "# two listings, a failure, a conversion\n\n"
+          << "sheets " << TABULON_SAMPLE << "\n"
+          << "sheets '" << TABULON_SAMPLE << "' \"South\"\n"
+          << "sheets " << dir / "missing.xlsx" << "\n"
+          << "convert -s 2 " << TABULON_SAMPLE << " " << dir / "s.csv" << "\n";
+  }
+  const Result r = Tabulon("batch " + dir / "jobs.txt");
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.out, "North\nSouth\nNotes\nSouth\n" + dir / "s.csv" + "\n");
+  EXPECT_EQ(r.err, "tabulon: sheets: -202 Original File does not exist\ntabulon: batch: 1 of 4 commands failed\n");
+  EXPECT_EQ(Read(dir / "s.csv").substr(0, 21), "Month,Units,Revenue\r\n");
+
+  std::ofstream(dir / "open.txt") << "sheets 'book\nsheets " << TABULON_SAMPLE << "\n";
+  const Result open_quote = Tabulon("batch --stop-on-error - < " + dir / "open.txt");
+  EXPECT_EQ(open_quote.exit_code, 2);
+  EXPECT_EQ(open_quote.err, "tabulon: batch: line 1: a quote is not closed\ntabulon: batch: 1 of 1 commands failed\n");
+}
+
 }  // namespace

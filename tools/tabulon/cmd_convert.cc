@@ -29,7 +29,7 @@ struct ConvertOptions {
   std::string input_password, input_password_tw, output_password, output_password_tw;
 };
 
-void ApplyConvertProperties(tabulon::TabulonCtrl& control, const ConvertOptions& o) {
+void ApplyConvertProperties(TabulonCtrl& control, const ConvertOptions& o) {
   control.put_CO_MultiFileOutput(o.multi_file);
   control.put_CO_Range(o.range);
   control.put_SkipEmptySheets(o.skip_empty);
@@ -46,7 +46,7 @@ void ApplyConvertProperties(tabulon::TabulonCtrl& control, const ConvertOptions&
   }
 }
 
-int RunConvert(const ConvertOptions& o) {
+int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   const std::optional<Format> format = FindFormat(o.format);
   if (!format) {
     std::cerr << "tabulon: convert: unknown format '" << o.format << "' (see tabulon help convert)\n";
@@ -56,11 +56,12 @@ int RunConvert(const ConvertOptions& o) {
   const std::string destination = Absolute(o.paths.back());
   const bool several = sources.size() > 1;
 
-  tabulon::TabulonCtrl control;
   ApplyConvertProperties(control, o);
   int32_t last_code = 0;
   control.AdviseOnError([](int32_t&, std::string&) {});
-  if (several) control.put_OptimizeForSpeed(true);  // one warm office for every source
+  // One warm office for every source (a batch may have one already).
+  const bool warm_before = control.get_OptimizeForSpeed();
+  if (several && !warm_before) control.put_OptimizeForSpeed(true);
 
   const bool progress = several && isatty(STDERR_FILENO);
   int exit_code = 0;
@@ -104,12 +105,11 @@ int RunConvert(const ConvertOptions& o) {
       for (const auto& f : files) std::cout << f << "\n";
     }
   }
-  if (several) control.put_OptimizeForSpeed(false);
+  if (several && !warm_before) control.put_OptimizeForSpeed(false);
   return exit_code;
 }
 
-int RunSheets(const std::string& book_arg, const std::string& list_arg) {
-  tabulon::TabulonCtrl control;
+int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::string& list_arg) {
   std::string book = Absolute(book_arg);
   std::string sheet_list = list_arg;
   // A workbook has at most a few thousand sheets; the array bounds the walk.
@@ -120,8 +120,7 @@ int RunSheets(const std::string& book_arg, const std::string& list_arg) {
   return 0;
 }
 
-int RunOffice() {
-  tabulon::TabulonCtrl control;
+int RunOffice(TabulonCtrl& control) {
   const bool excel = control.ExcelIsInstalled();
   const bool word = control.WordIsInstalled();
   std::cout << "ExcelIsInstalled " << (excel ? "True" : "False") << "\n";
@@ -161,18 +160,18 @@ void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
   convert_cmd->add_option("--output-password", convert->output_password, "OutputFile_PassWord");
   convert_cmd->add_option("--output-password-tw", convert->output_password_tw, "OutputFile_PassWord_TW");
   convert_cmd->add_flag("--report", convert->report, "Print FilesJustCreated and SheetsJustProcessed");
-  commands.push_back({convert_cmd, [convert] { return RunConvert(*convert); }});
+  commands.push_back({convert_cmd, [convert](TabulonCtrl& control) { return RunConvert(control, *convert); }});
 
   auto book = std::make_shared<std::string>();
   auto list = std::make_shared<std::string>("*");
   CLI::App* sheets_cmd = parser.add_subcommand("sheets", "List the sheets of a workbook (GetSheetNames)");
   sheets_cmd->add_option("book", *book, "Workbook")->required();
   sheets_cmd->add_option("sheets", *list, "Sheets: * (default), numbers or names");
-  commands.push_back({sheets_cmd, [book, list] { return RunSheets(*book, *list); }});
+  commands.push_back({sheets_cmd, [book, list](TabulonCtrl& control) { return RunSheets(control, *book, *list); }});
 
   CLI::App* office_cmd =
       parser.add_subcommand("office", "Report ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild");
-  commands.push_back({office_cmd, [] { return RunOffice(); }});
+  commands.push_back({office_cmd, [](TabulonCtrl& control) { return RunOffice(control); }});
 }
 
 const CommandGroup kConversion(10, AddConversionCommands);

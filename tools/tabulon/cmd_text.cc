@@ -95,8 +95,7 @@ void AddTextCommands(CLI::App& parser, std::vector<Command>& commands) {
       sub->add_option("--place-path", options->place_path, "lPlaceFilePath");
     }
     // The table and the options stay alive with every runner.
-    commands.push_back({sub, [table, options, args, &command] {
-                          TabulonCtrl control;
+    commands.push_back({sub, [table, options, args, &command](TabulonCtrl& control) {
                           const int32_t result = command.call(control, *args);
                           if (result < 0) return Report(command.name, result, TextResultMessage(result));
                           return kExitSuccess;
@@ -108,8 +107,7 @@ void AddTextCommands(CLI::App& parser, std::vector<Command>& commands) {
       parser.add_subcommand("IsFileUnicode", "Tell whether a file is Unicode text (prints True/False)");
   unicode_cmd->ignore_case();
   unicode_cmd->add_option("sFileToTest", *file)->required();
-  commands.push_back({unicode_cmd, [file] {
-                        TabulonCtrl control;
+  commands.push_back({unicode_cmd, [file](TabulonCtrl& control) {
                         std::cout << (control.IsFileUnicode(*file) ? "True" : "False") << "\n";
                         return kExitSuccess;
                       }});

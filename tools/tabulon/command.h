@@ -10,16 +10,20 @@
 #include <string>
 #include <vector>
 
+#include "tabulon/tabulon_ctrl.h"
+
 namespace tabulon::cli {
 
 inline constexpr int kExitSuccess = 0;
 inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 2;
 
-// One subcommand and what runs it; `run` returns the exit status.
+// One subcommand and what runs it, on the control it is given (one per
+// command line; one for all lines of a batch). `run` sets every property it
+// depends on and returns the exit status.
 struct Command {
   CLI::App* app;
-  std::function<int()> run;
+  std::function<int(TabulonCtrl& control)> run;
 };
 
 using AddCommands = void (*)(CLI::App& parser, std::vector<Command>& commands);
@@ -33,8 +37,27 @@ struct CommandGroup {
 // Every registered group, sorted by order.
 std::vector<AddCommands> CommandGroups();
 
+// Parses `args` (the words after the program's name) and runs the
+// subcommand they name on `control`; returns the exit status. Usage errors
+// and help go to stderr and stdout as the parser prints them.
+int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control);
+
 // "tabulon: <command>: <code> <message>" on stderr; returns kExitFailure.
 int Report(const std::string& command, int32_t code, const std::string& message);
+
+// The result of a workbook method: nothing printed and kExitSuccess for 0 or
+// more; Report with the control's ErrorString for a negative code.
+int MethodResult(const std::string& command, int32_t code, TabulonCtrl& control);
+
+// The four password properties, as options of a subcommand. Each can also
+// come from the environment (TABULON_INPUT_PASSWORD, TABULON_INPUT_PASSWORD_TW,
+// TABULON_OUTPUT_PASSWORD, TABULON_OUTPUT_PASSWORD_TW) so that it need not
+// appear in the process list.
+struct PasswordOptions {
+  std::string input, input_tw, output, output_tw;
+};
+void AddPasswordOptions(CLI::App& command, PasswordOptions& passwords);
+void ApplyPasswords(TabulonCtrl& control, const PasswordOptions& passwords);
 
 // Office paths are absolute: the office runs in its own working folder.
 std::string Absolute(const std::string& path);
