@@ -60,11 +60,11 @@ struct BatchOptions {
 
 int RunBatch(TabulonCtrl& control, const BatchOptions& o) {
   std::ifstream file;
-  std::istream* in = &std::cin;
+  std::istream* in = &In();
   if (o.file != "-") {
     file.open(o.file);
     if (!file) {
-      std::cerr << "tabulon: batch: cannot read " << o.file << "\n";
+      Err() << "tabulon: batch: cannot read " << o.file << "\n";
       return kExitUsage;
     }
     in = &file;
@@ -81,9 +81,9 @@ int RunBatch(TabulonCtrl& control, const BatchOptions& o) {
     const auto words = SplitWords(line);
     int line_status = kExitUsage;
     if (!words) {
-      std::cerr << "tabulon: batch: line " << number << ": a quote is not closed\n";
+      Err() << "tabulon: batch: line " << number << ": a quote is not closed\n";
     } else if (!words->empty() && (*words)[0] == "batch") {
-      std::cerr << "tabulon: batch: line " << number << ": a batch cannot run another batch\n";
+      Err() << "tabulon: batch: line " << number << ": a batch cannot run another batch\n";
     } else {
       line_status = RunCommandLine(*words, control);
     }
@@ -95,7 +95,7 @@ int RunBatch(TabulonCtrl& control, const BatchOptions& o) {
     }
   }
   if (!warm_before) control.put_OptimizeForSpeed(false);
-  if (failed > 0) std::cerr << "tabulon: batch: " << failed << " of " << run << " commands failed\n";
+  if (failed > 0) Err() << "tabulon: batch: " << failed << " of " << run << " commands failed\n";
   return status;
 }
 

@@ -49,7 +49,7 @@ void ApplyConvertProperties(TabulonCtrl& control, const ConvertOptions& o) {
 int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   const std::optional<Format> format = FindFormat(o.format);
   if (!format) {
-    std::cerr << "tabulon: convert: unknown format '" << o.format << "' (see tabulon help convert)\n";
+    Err() << "tabulon: convert: unknown format '" << o.format << "' (see tabulon help convert)\n";
     return kExitUsage;
   }
   std::vector<std::string> sources(o.paths.begin(), o.paths.end() - 1);
@@ -73,12 +73,12 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
                 (std::filesystem::path(source).stem().string() + "." + format->extension))
                    .string();
     }
-    if (progress) std::cerr << "\r[" << i + 1 << "/" << sources.size() << "] " << sources[i] << "\x1b[K" << std::flush;
+    if (progress) Err() << "\r[" << i + 1 << "/" << sources.size() << "] " << sources[i] << "\x1b[K" << std::flush;
     std::string sheets = o.sheets;
     int32_t type = format->number;
     bool formulas = o.formulas;
     last_code = control.OpenXLSSaveAs(source, sheets, target, type, formulas);
-    if (progress) std::cerr << "\r\x1b[K" << std::flush;
+    if (progress) Err() << "\r\x1b[K" << std::flush;
     if (last_code < 0) {
       Report("convert", last_code, control.get_ErrorString() + (several ? " (" + source + ")" : ""));
       exit_code = kExitFailure;
@@ -95,14 +95,14 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
       continue;
     }
     if (o.report) {
-      std::cout << "FilesJustCreated:\n";
-      for (const auto& f : files) std::cout << "  " << f << "\n";
-      std::cout << "SheetsJustProcessed:\n";
+      Out() << "FilesJustCreated:\n";
+      for (const auto& f : files) Out() << "  " << f << "\n";
+      Out() << "SheetsJustProcessed:\n";
       for (int32_t k = 1; k <= control.get_SheetsJustProcessedCount(); ++k) {
-        std::cout << "  " << control.get_SheetsJustProcessed(k) << "\n";
+        Out() << "  " << control.get_SheetsJustProcessed(k) << "\n";
       }
     } else {
-      for (const auto& f : files) std::cout << f << "\n";
+      for (const auto& f : files) Out() << f << "\n";
     }
   }
   if (several && !warm_before) control.put_OptimizeForSpeed(false);
@@ -116,21 +116,21 @@ int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::stri
   std::vector<std::string> names(10000);
   const int32_t result = control.GetSheetNames(book, sheet_list, names);
   if (result < 0) return Report("sheets", result, control.get_ErrorString());
-  for (int32_t i = 0; i < result; ++i) std::cout << names[i] << "\n";
+  for (int32_t i = 0; i < result; ++i) Out() << names[i] << "\n";
   return 0;
 }
 
 int RunOffice(TabulonCtrl& control) {
   const bool excel = control.ExcelIsInstalled();
   const bool word = control.WordIsInstalled();
-  std::cout << "ExcelIsInstalled " << (excel ? "True" : "False") << "\n";
-  std::cout << "WordIsInstalled " << (word ? "True" : "False") << "\n";
+  Out() << "ExcelIsInstalled " << (excel ? "True" : "False") << "\n";
+  Out() << "WordIsInstalled " << (word ? "True" : "False") << "\n";
   if (!excel) {
-    std::cout << "ExcelVersion 0\nExcelBuild 0\n";
+    Out() << "ExcelVersion 0\nExcelBuild 0\n";
     return Report("office", tabulon::kExcelNotCreated, std::string(tabulon::msg::kExcelNotCreated));
   }
-  std::cout << "ExcelVersion " << control.get_ExcelVersion() << "\n";
-  std::cout << "ExcelBuild " << control.get_ExcelBuild() << "\n";
+  Out() << "ExcelVersion " << control.get_ExcelVersion() << "\n";
+  Out() << "ExcelBuild " << control.get_ExcelBuild() << "\n";
   return 0;
 }
 

@@ -108,7 +108,7 @@ void AddTextCommands(CLI::App& parser, std::vector<Command>& commands) {
   unicode_cmd->ignore_case();
   unicode_cmd->add_option("sFileToTest", *file)->required();
   commands.push_back({unicode_cmd, [file](TabulonCtrl& control) {
-                        std::cout << (control.IsFileUnicode(*file) ? "True" : "False") << "\n";
+                        Out() << (control.IsFileUnicode(*file) ? "True" : "False") << "\n";
                         return kExitSuccess;
                       }});
 }

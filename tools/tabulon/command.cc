@@ -7,7 +7,16 @@
 
 namespace tabulon::cli {
 
+struct Io {
+  std::ostream* out;
+  std::ostream* err;
+  std::istream* in;
+  std::string working_folder;  // empty: the process's
+};
+
 namespace {
+
+thread_local Io* current_io = nullptr;
 
 std::vector<std::pair<int, AddCommands>>& Registry() {
   static std::vector<std::pair<int, AddCommands>> groups;
@@ -16,20 +25,40 @@ std::vector<std::pair<int, AddCommands>>& Registry() {
 
 int Help(CLI::App& app, const std::string& topic) {
   if (topic.empty()) {
-    std::cout << app.help();
+    Out() << app.help();
     return kExitSuccess;
   }
   for (CLI::App* sub : app.get_subcommands({})) {
     if (sub->check_name(topic)) {
-      std::cout << sub->help();
+      Out() << sub->help();
       return kExitSuccess;
     }
   }
-  std::cerr << "tabulon: help: unknown command '" << topic << "'\n";
+  Err() << "tabulon: help: unknown command '" << topic << "'\n";
   return kExitUsage;
 }
 
 }  // namespace
+
+std::ostream& Out() { return current_io != nullptr ? *current_io->out : std::cout; }
+std::ostream& Err() { return current_io != nullptr ? *current_io->err : std::cerr; }
+std::istream& In() { return current_io != nullptr ? *current_io->in : std::cin; }
+
+std::string WorkingFolder() {
+  if (current_io != nullptr && !current_io->working_folder.empty()) return current_io->working_folder;
+  std::error_code ec;
+  return std::filesystem::current_path(ec).string();
+}
+
+ScopedIo::ScopedIo(std::ostream& out, std::ostream& err, std::istream& in, std::string working_folder)
+    : previous_(current_io) {
+  current_io = new Io{&out, &err, &in, std::move(working_folder)};
+}
+
+ScopedIo::~ScopedIo() {
+  delete current_io;
+  current_io = previous_;
+}
 
 CommandGroup::CommandGroup(int order, AddCommands add) { Registry().emplace_back(order, add); }
 
@@ -59,11 +88,11 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
     std::vector<std::string> reversed(args.rbegin(), args.rend());
     app.parse(reversed);
   } catch (const CLI::CallForHelp& e) {
-    return app.exit(e);
+    return app.exit(e, Out(), Err());
   } catch (const CLI::CallForVersion& e) {
-    return app.exit(e);
+    return app.exit(e, Out(), Err());
   } catch (const CLI::ParseError& e) {
-    app.exit(e);
+    app.exit(e, Out(), Err());
     return kExitUsage;
   }
 
@@ -74,17 +103,17 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
       if (command.app->parsed()) return command.run(control);
     }
   } catch (const AutomationError& e) {
-    std::cerr << "tabulon: " << name << ": automation error " << e.number() << ": " << e.description() << "\n";
+    Err() << "tabulon: " << name << ": automation error " << e.number() << ": " << e.description() << "\n";
     return kExitFailure;
   } catch (const std::exception& e) {
-    std::cerr << "tabulon: " << name << ": " << e.what() << "\n";
+    Err() << "tabulon: " << name << ": " << e.what() << "\n";
     return kExitFailure;
   }
   return kExitUsage;
 }
 
 int Report(const std::string& command, int32_t code, const std::string& message) {
-  std::cerr << "tabulon: " << command << ": " << code << " " << message << "\n";
+  Err() << "tabulon: " << command << ": " << code << " " << message << "\n";
   return kExitFailure;
 }
 
@@ -119,9 +148,9 @@ void ApplyPasswords(TabulonCtrl& control, const PasswordOptions& passwords) {
 
 std::string Absolute(const std::string& path) {
   if (path.empty()) return path;
-  std::error_code ec;
-  auto absolute = std::filesystem::absolute(path, ec);
-  return ec ? path : absolute.lexically_normal().string();
+  const std::filesystem::path given(path);
+  if (given.is_absolute()) return given.lexically_normal().string();
+  return (std::filesystem::path(WorkingFolder()) / given).lexically_normal().string();
 }
 
 }  // namespace tabulon::cli

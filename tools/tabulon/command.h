@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,26 @@ struct CommandGroup {
 // Every registered group, sorted by order.
 std::vector<AddCommands> CommandGroups();
 
+// The streams and working folder of the command line being run. A host that
+// runs command lines for others (a server thread) sets its own for the
+// thread with ScopedIo; otherwise they are the process's.
+std::ostream& Out();
+std::ostream& Err();
+std::istream& In();
+// The folder relative paths are taken from.
+std::string WorkingFolder();
+
+class ScopedIo {
+ public:
+  ScopedIo(std::ostream& out, std::ostream& err, std::istream& in, std::string working_folder);
+  ~ScopedIo();
+  ScopedIo(const ScopedIo&) = delete;
+  ScopedIo& operator=(const ScopedIo&) = delete;
+
+ private:
+  struct Io* previous_;
+};
+
 // Parses `args` (the words after the program's name) and runs the
 // subcommand they name on `control`; returns the exit status. Usage errors
 // and help go to stderr and stdout as the parser prints them.
@@ -60,6 +81,7 @@ void AddPasswordOptions(CLI::App& command, PasswordOptions& passwords);
 void ApplyPasswords(TabulonCtrl& control, const PasswordOptions& passwords);
 
 // Office paths are absolute: the office runs in its own working folder.
+// Relative paths are taken from WorkingFolder().
 std::string Absolute(const std::string& path);
 
 }  // namespace tabulon::cli
