@@ -17,9 +17,6 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::Any;
-using css::uno::UNO_QUERY_THROW;
-
 namespace {
 
 std::string NumberText(double d) {

@@ -18,7 +18,6 @@
 namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
-using css::uno::UNO_QUERY_THROW;
 
 namespace {
 

@@ -14,6 +14,9 @@
 
 namespace tabulon::office::uno {
 
+using css::uno::Any;
+using css::uno::UNO_QUERY;
+using css::uno::UNO_QUERY_THROW;
 using SheetRef = Reference<css::sheet::XSpreadsheet>;
 
 [[noreturn]] inline void NotSupported(const char* member) {

@@ -19,9 +19,6 @@
 namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
-using css::uno::Any;
-using css::uno::UNO_QUERY;
-using css::uno::UNO_QUERY_THROW;
 
 namespace {
 

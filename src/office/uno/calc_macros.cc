@@ -17,10 +17,6 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::Any;
-using css::uno::UNO_QUERY;
-using css::uno::UNO_QUERY_THROW;
-
 namespace {
 
 // Whether Basic source declares a Sub or Function of that name.

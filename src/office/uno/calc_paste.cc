@@ -11,9 +11,6 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::UNO_QUERY;
-using css::uno::UNO_QUERY_THROW;
-
 namespace {
 
 Block Transposed(const Block& b) {

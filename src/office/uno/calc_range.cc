@@ -23,18 +23,9 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::Any;
-using css::uno::UNO_QUERY;
-using css::uno::UNO_QUERY_THROW;
-
-// A range of an unborn workbook holds no office object; it takes the first
-// sheet's once the workbook is born.
 template <typename F>
 auto CalcRange::Call(const char* what, F&& f) -> decltype(f()) {
-  return book_->Call(what, [&]() -> decltype(f()) {
-    if (!sheet_.is()) sheet_ = book_->unborn_state().FirstSheet();
-    return f();
-  });
+  return book_->CallOnSheet(what, sheet_, std::forward<F>(f));
 }
 
 CalcRange::CalcRange(CalcWorkbook* book, SheetRef sheet, CellRect rect)

@@ -20,8 +20,6 @@
 namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
-using css::uno::Any;
-using css::uno::UNO_QUERY_THROW;
 
 void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) {
   const SheetRef active = ActiveSheetRef();

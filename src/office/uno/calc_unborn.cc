@@ -11,9 +11,6 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::Any;
-using css::uno::UNO_QUERY_THROW;
-
 namespace {
 
 // A new office document as Workbooks.Add gives it: one sheet, "Sheet1".

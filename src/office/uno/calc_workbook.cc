@@ -19,10 +19,6 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::Any;
-using css::uno::UNO_QUERY;
-using css::uno::UNO_QUERY_THROW;
-
 namespace {
 
 std::atomic<uint64_t> g_next_workbook_id{1};

@@ -49,6 +49,16 @@ class CalcWorkbook : public Workbook {
       return f();
     });
   }
+  // Runs an office call on `sheet` of this workbook: a sheet or range of an
+  // unborn workbook holds no office object and takes the first sheet's once
+  // the workbook is born.
+  template <typename F>
+  auto CallOnSheet(const char* what, SheetRef& sheet, F&& f) -> decltype(f()) {
+    return Call(what, [&]() -> decltype(f()) {
+      if (!sheet.is()) sheet = unborn_.FirstSheet();
+      return f();
+    });
+  }
   CalcApplication* app() const { return app_; }
   UnbornState& unborn_state() { return unborn_; }
   // Takes the office document; returns the sheet the workbook opens on.

@@ -14,18 +14,9 @@
 
 namespace tabulon::office::uno {
 
-using css::uno::Any;
-using css::uno::UNO_QUERY;
-using css::uno::UNO_QUERY_THROW;
-
-// A sheet of an unborn workbook holds no office object; it takes the first
-// sheet's once the workbook is born.
 template <typename F>
 auto CalcWorksheet::Call(const char* what, F&& f) -> decltype(f()) {
-  return book_->Call(what, [&]() -> decltype(f()) {
-    if (!sheet_.is()) sheet_ = book_->unborn_state().FirstSheet();
-    return f();
-  });
+  return book_->CallOnSheet(what, sheet_, std::forward<F>(f));
 }
 
 CalcWorksheet::CalcWorksheet(CalcWorkbook* book, SheetRef sheet)
@@ -139,23 +130,19 @@ std::unique_ptr<Range> CalcWorksheet::GetRange(const std::string& address) {
   });
 }
 
-void CalcWorksheet::Paste() {
-  Call("Worksheet.Paste", [&] {
+// Pastes at the selection when it lies on this sheet, else at A1; the
+// pasted cells become the selection.
+void CalcWorksheet::PasteAtSelection(const char* what, int32_t kind) {
+  Call(what, [&] {
     auto [sheet, rect] = book_->SelectionRef();
     if (!book_->SameSheet(sheet, sheet_)) rect = CellRect{};
-    const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, -4104, false, false);
+    const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, kind, false, false);
     book_->SetSelection(sheet_, pasted);
   });
 }
 
-void CalcWorksheet::PasteSpecialValues() {
-  Call("Worksheet.PasteSpecial", [&] {
-    auto [sheet, rect] = book_->SelectionRef();
-    if (!book_->SameSheet(sheet, sheet_)) rect = CellRect{};
-    const CellRect pasted = book_->PasteAt(sheet_, rect.first_row, rect.first_column, -4163, false, false);
-    book_->SetSelection(sheet_, pasted);
-  });
-}
+void CalcWorksheet::Paste() { PasteAtSelection("Worksheet.Paste", -4104); }
+void CalcWorksheet::PasteSpecialValues() { PasteAtSelection("Worksheet.PasteSpecial", -4163); }
 
 void CalcWorksheet::PrintOut(const PrintOutOptions& options) {
   Call("Worksheet.PrintOut", [&] {

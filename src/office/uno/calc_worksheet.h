@@ -40,6 +40,7 @@ class CalcWorksheet : public Worksheet {
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f());
   void MoveTo(Worksheet& other, int32_t offset, const char* what);
+  void PasteAtSelection(const char* what, int32_t kind);
 
   CalcWorkbook* book_;
   SheetRef sheet_;
