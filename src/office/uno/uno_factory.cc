@@ -1,6 +1,6 @@
 #include "office/uno/uno_factory.h"
 
-#include "office/uno/calc.h"
+#include "office/uno/calc_application.h"
 #include "office/uno/clipboard.h"
 #include "office/uno/writer.h"
 

@@ -1,0 +1,129 @@
+// Application.Run: Basic macros of the open workbooks.
+#include <cctype>
+#include <cstring>
+
+#include <com/sun/star/beans/XPropertySet.hpp>
+#include <com/sun/star/container/XNameAccess.hpp>
+#include <com/sun/star/frame/XFramesSupplier.hpp>
+#include <com/sun/star/frame/XModel.hpp>
+#include <com/sun/star/script/XLibraryContainer.hpp>
+#include <com/sun/star/script/provider/XScript.hpp>
+#include <com/sun/star/script/provider/XScriptProvider.hpp>
+#include <com/sun/star/script/provider/XScriptProviderSupplier.hpp>
+
+#include "office/uno/calc_application.h"
+#include "office/uno/calc_internal.h"
+#include "office/uno/calc_workbook.h"
+
+namespace tabulon::office::uno {
+
+namespace {
+
+// Whether Basic source declares a Sub or Function of that name.
+bool DeclaresProcedure(const std::string& source, const std::string& name) {
+  const std::string text = Lower(source);
+  const std::string wanted = Lower(name);
+  for (const char* keyword : {"sub ", "function "}) {
+    for (size_t at = text.find(keyword); at != std::string::npos; at = text.find(keyword, at + 1)) {
+      if (at > 0 && !std::isspace(static_cast<unsigned char>(text[at - 1]))) continue;
+      size_t p = at + std::strlen(keyword);
+      while (p < text.size() && text[p] == ' ') ++p;
+      if (text.compare(p, wanted.size(), wanted) != 0) continue;
+      const size_t end = p + wanted.size();
+      if (end == text.size() || !(std::isalnum(static_cast<unsigned char>(text[end])) || text[end] == '_'))
+        return true;
+    }
+  }
+  return false;
+}
+
+std::vector<std::string> SplitDots(const std::string& s) {
+  std::vector<std::string> parts(1);
+  for (char c : s) {
+    if (c == '.')
+      parts.emplace_back();
+    else
+      parts.back() += c;
+  }
+  return parts;
+}
+
+}  // namespace
+
+void CalcApplication::Run(const std::string& macro, const std::vector<std::string>& arguments) {
+  Call("Application.Run", [&] {
+    if (arguments.size() > 8) throw Error(ErrorKind::kAutomation, "Run takes at most eight arguments");
+    // "'Book.xls'!Module.Macro" or "Book.xls!Macro" names the workbook;
+    // otherwise the active workbook is searched first, then the others.
+    std::string name = macro;
+    std::vector<CalcWorkbook*> books;
+    const size_t bang = macro.rfind('!');
+    if (bang != std::string::npos) {
+      std::string book_name = macro.substr(0, bang);
+      if (book_name.size() >= 2 && book_name.front() == '\'' && book_name.back() == '\'')
+        book_name = book_name.substr(1, book_name.size() - 2);
+      name = macro.substr(bang + 1);
+      for (CalcWorkbook* b : open_)
+        if (Lower(b->Name()) == Lower(book_name)) books.push_back(b);
+    } else {
+      if (active_ != nullptr) books.push_back(active_);
+      for (CalcWorkbook* b : open_)
+        if (b != active_) books.push_back(b);
+    }
+    const auto parts = SplitDots(name);
+    if (parts.empty() || parts.size() > 3 || parts.back().empty())
+      throw Error(ErrorKind::kAutomation, "not a macro name: " + macro);
+    // A macro may change any open workbook.
+    for (CalcWorkbook* b : open_) b->set_plain(false);
+    for (CalcWorkbook* book : books) {
+      Reference<css::beans::XPropertySet> props(book->component(), UNO_QUERY);
+      if (!props.is()) continue;
+      Reference<css::script::XLibraryContainer> libraries;
+      try {
+        props->getPropertyValue("BasicLibraries") >>= libraries;
+      } catch (const css::uno::Exception&) {
+      }
+      Reference<css::container::XNameAccess> library_names(libraries, UNO_QUERY);
+      if (!library_names.is()) continue;
+      for (const auto& library : library_names->getElementNames()) {
+        if (parts.size() == 3 && !EqualsIgnoreCase(library, parts[0])) continue;
+        libraries->loadLibrary(library);
+        Reference<css::container::XNameAccess> modules(library_names->getByName(library), UNO_QUERY);
+        if (!modules.is()) continue;
+        for (const auto& module : modules->getElementNames()) {
+          if (parts.size() >= 2 && !EqualsIgnoreCase(module, parts[parts.size() - 2])) continue;
+          OUString source;
+          modules->getByName(module) >>= source;
+          if (!DeclaresProcedure(ToUtf8(source), parts.back())) continue;
+          Reference<css::script::provider::XScriptProviderSupplier> supplier(book->component(),
+                                                                            UNO_QUERY_THROW);
+          const std::string url = "vnd.sun.star.script:" + ToUtf8(library) + "." + ToUtf8(module) +
+                                  "." + parts.back() + "?language=Basic&location=document";
+          auto script = supplier->getScriptProvider()->getScript(ToOUString(url));
+          // Macros reach their workbook as ThisComponent, the office's
+          // current document: a hidden document becomes it only through its
+          // frame.
+          book->EnsureView();
+          Reference<css::frame::XModel> model(book->component(), UNO_QUERY);
+          if (model.is() && model->getCurrentController().is()) {
+            auto frame = model->getCurrentController()->getFrame();
+            Reference<css::frame::XFramesSupplier> frames(session_->desktop(), UNO_QUERY);
+            if (frame.is() && frames.is()) {
+              frames->setActiveFrame(frame);
+              frame->activate();
+            }
+          }
+          std::vector<Any> args;
+          for (const auto& a : arguments) args.push_back(Any(ToOUString(a)));
+          Sequence<sal_Int16> out_index;
+          Sequence<Any> out_params;
+          script->invoke(ToSequence(args), out_index, out_params);
+          return;
+        }
+      }
+    }
+    throw Error(ErrorKind::kAutomation, "the macro '" + macro + "' cannot be found");
+  });
+}
+
+}  // namespace tabulon::office::uno

@@ -1,0 +1,153 @@
+// One workbook: a spreadsheet document of the office, or an unborn one that
+// gets its document when first needed. Internal to the backend.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <com/sun/star/lang/XComponent.hpp>
+#include <com/sun/star/sheet/FormulaToken.hpp>
+#include <com/sun/star/sheet/XFormulaParser.hpp>
+#include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
+#include <com/sun/star/sheet/XSpreadsheets.hpp>
+#include <com/sun/star/table/CellAddress.hpp>
+
+#include "office/office.h"
+#include "office/uno/a1.h"
+#include "office/uno/calc_application.h"
+#include "office/uno/calc_internal.h"
+#include "office/uno/calc_unborn.h"
+#include "office/uno/calc_worksheet.h"
+#include "office/uno/file_formats.h"
+
+namespace tabulon::office::uno {
+
+class CalcWorkbook : public Workbook {
+ public:
+  // Without a component the workbook is unborn (see UnbornState).
+  CalcWorkbook(CalcApplication* app, Reference<css::lang::XComponent> component,
+               std::string name, std::string path, int32_t format);
+
+  std::string Name() override;
+  void SaveAs(const std::string& filename, const SaveAsOptions& options) override;  // calc_save.cc
+  bool Saved() override;
+  void SetSaved(bool saved) override;
+  void Close(std::optional<bool> save_changes) override;
+  void Activate() override;
+  Worksheets& Sheets() override { return worksheets_; }
+  Worksheets& GetWorksheets() override { return worksheets_; }
+
+  // ---- for the other classes of this side ----
+  // Runs an office call on this workbook; an unborn workbook is born first.
+  template <typename F>
+  auto Call(const char* what, F&& f) -> decltype(f()) {
+    if (closed_) throw Error(ErrorKind::kAutomation, std::string(what) + ": the workbook is closed");
+    return app_->Call(what, [&]() -> decltype(f()) {
+      unborn_.Bear();
+      return f();
+    });
+  }
+  // Runs an office call on `sheet` of this workbook: a sheet or range of an
+  // unborn workbook holds no office object and takes the first sheet's once
+  // the workbook is born.
+  template <typename F>
+  auto CallOnSheet(const char* what, SheetRef& sheet, F&& f) -> decltype(f()) {
+    return Call(what, [&]() -> decltype(f()) {
+      if (!sheet.is()) sheet = unborn_.FirstSheet();
+      return f();
+    });
+  }
+  CalcApplication* app() const { return app_; }
+  UnbornState& unborn_state() { return unborn_; }
+  // Takes the office document; returns the sheet the workbook opens on.
+  SheetRef Attach(Reference<css::lang::XComponent> component);
+  // Opened workbooks have no window and view until one is needed (macros,
+  // printing); this makes them (inside a call).
+  void EnsureView();
+  uint64_t id() const { return id_; }
+  bool closed() const { return closed_; }
+  // The office document's parts (inside a call; an unborn workbook is born).
+  const Reference<css::sheet::XSpreadsheets>& sheets() {
+    unborn_.Bear();
+    return sheets_;
+  }
+  const Reference<css::lang::XComponent>& component() {
+    unborn_.Bear();
+    return component_;
+  }
+
+  SheetRef ActiveSheetRef();  // inside a call
+  void SetActiveSheet(const SheetRef& sheet) { active_sheet_ = sheet; }
+  // The selection: a range of a sheet; A1 of the active sheet by default.
+  std::pair<SheetRef, CellRect> SelectionRef();  // inside a call
+  void SetSelection(const SheetRef& sheet, const CellRect& rect);
+  bool display_formulas() const { return display_formulas_; }
+  void set_display_formulas(bool value) { display_formulas_ = value; }
+  // Plain: every cell has the default look and every row the standard
+  // height, as in a new workbook that has had only plain values written into
+  // it (see WriteValues). Anything that may change that clears it.
+  void set_plain(bool value) { plain_ = value; }
+
+  int32_t SheetIndex(const SheetRef& sheet);  // 0-based, inside a call
+  bool SameSheet(const SheetRef& a, const SheetRef& b);  // inside a call
+  int32_t MaxRows();
+  int32_t MaxColumns();
+  CellRect UsedArea(const SheetRef& sheet);  // Excel's used range, inside a call
+
+  // ---- cells and formulas (calc_cells.cc, calc_paste.cc) ----
+  // Excel-syntax formulas and the office's tokens, at a cell of this workbook.
+  Sequence<css::sheet::FormulaToken> ParseFormula(const std::string& formula,
+                                                  const css::table::CellAddress& at);
+  std::string PrintFormula(const Sequence<css::sheet::FormulaToken>& tokens,
+                           const css::table::CellAddress& at);
+  // Reads or writes blocks of a sheet (inside a call).
+  Block ReadValues(const SheetRef& sheet, const CellRect& rect);
+  Block ReadFormulas(const SheetRef& sheet, const CellRect& rect);
+  void WriteValues(const SheetRef& sheet, const CellRect& rect, const Block& values);
+  // Writes formulas or constants as typed into cells. Formulas are read as
+  // if written at `origin` + their place in the block, so relative
+  // references move by the distance from there to `rect`.
+  void WriteFormulas(const SheetRef& sheet, const CellRect& rect, const Block& formulas,
+                     std::optional<std::pair<int32_t, int32_t>> origin);
+  // Writes text as a person would paste it: numbers become numbers, nothing
+  // becomes a formula.
+  void WriteTyped(const SheetRef& sheet, const CellRect& rect, const Block& texts);
+  CellRect PasteAt(const SheetRef& sheet, int32_t row, int32_t column, int32_t kind,
+                   bool skip_blanks, bool transpose);
+
+  // ---- text output (calc_save.cc, calc_direct_export.cc) ----
+  // Whether the office's text export of `sheet` writes what it writes for a
+  // new workbook holding only the values of `rect` at the same cells
+  // (inside a call).
+  bool ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& rect);
+  // Writes `sheet` with the office's text filter for `format` to `temp`.
+  void StoreSheetText(const SheetRef& sheet, const std::string& temp, const FileFormat& format);
+
+  void CloseDocument();  // closes the office document, no questions
+
+ private:
+  void StoreText(const std::string& temp, const FileFormat& format);
+  bool SaveCopyDirectly(const std::string& filename, const FileFormat& format, int32_t number);
+
+  CalcApplication* app_;
+  uint64_t id_;
+  Reference<css::lang::XComponent> component_;
+  Reference<css::sheet::XSpreadsheetDocument> document_;
+  Reference<css::sheet::XSpreadsheets> sheets_;
+  Reference<css::sheet::XFormulaParser> parser_;
+  SheetRef active_sheet_;
+  SheetRef selection_sheet_;
+  CellRect selection_;
+  std::string name_;
+  std::string path_;
+  int32_t format_;
+  bool closed_ = false;
+  bool display_formulas_ = false;
+  bool plain_ = false;
+  UnbornState unborn_;
+  CalcWorksheets worksheets_;
+};
+
+}  // namespace tabulon::office::uno

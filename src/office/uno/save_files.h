@@ -1,0 +1,31 @@
+// The files of a save in progress and how the finished one takes its
+// target's place. Internal to the backend.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "office/uno/file_formats.h"
+
+namespace tabulon::office::uno {
+
+// The two files of a save in progress, beside the target: what the filter
+// writes and what post-processing makes of it. Removed whatever happens.
+struct SaveTemporaries {
+  SaveTemporaries(const std::string& target, const char* extension);
+  ~SaveTemporaries();
+  SaveTemporaries(const SaveTemporaries&) = delete;
+  SaveTemporaries& operator=(const SaveTemporaries&) = delete;
+  const std::string written;
+  const std::string finished;
+};
+
+// Post-processes the filter's text into `finished` and puts it back in
+// `written`'s place.
+void FinishTextInPlace(const std::string& written, const std::string& finished, const std::string& target,
+                       const FileFormat& format, const std::vector<int>& widths);
+
+// Renames the finished file to the target, replacing any older one.
+void MoveIntoPlace(const std::string& written, const std::string& target);
+
+}  // namespace tabulon::office::uno
