@@ -167,6 +167,61 @@ class TABULON_EXPORT TabulonCtrl {
   // the number of names, or -202, -11, -3 or -4.
   int32_t GetSheetNames(std::string& spath, std::string& sSheets, std::vector<std::string>& sSheetNames);
 
+  // ---- Copying sheet data between workbooks ----
+  // Copies the cells of sRangeToCopyFrom on sheet sSheetOriginal of
+  // sPathOriginal into sheet sSheetTarget of sPathTarget, and saves the target
+  // in the normal workbook format. The target is held by one office
+  // application and the original is opened, read-only unless it is the target
+  // file (paths compared without regard to case), in a second one.
+  // - Sheets are found by name, else, for a numeric text, by 1-based number (a
+  //   sheet named "3" wins over the third sheet). Double quotes are removed
+  //   from sSheetOriginal and sSheetTarget (both rewritten).
+  // - sRangeToCopyFrom: an A1 range, areas separated by ","; "" is the used
+  //   range; "B2:*" runs from B2 to the sheet's last used cell.
+  // - sRangeToCopyTo: the destination's top-left cell (or a range, of which
+  //   the top-left cell is used); "" puts each area at its own address; a
+  //   text holding "below" ("right") puts each area under (right of) the
+  //   target sheet's used range, or at its one cell when the sheet is empty.
+  // - bDoFormula: formulas (in Excel syntax) instead of values. Formats and
+  //   the clipboard are never used.
+  // - A missing target is created at once (with the folders above it) and
+  //   cut down to one sheet, named sSheetTarget when that is not empty; a
+  //   failure further on leaves it as that empty workbook. A missing target
+  //   sheet is added when bAddSheetsIfNecessary, under the office's default
+  //   name: only bCopyNameOfSheet, which gives the target sheet the original
+  //   sheet's name, renames it.
+  // - The target is written only by the final save: a failure leaves an
+  //   existing target as it was. Passwords: InputFile_PassWord(_TW) open the
+  //   original, OutputFile_PassWord(_TW) an existing target.
+  // Codes (no event unless stated): -202 "Original File does not exist";
+  // -207 the target path holds "*" (tested before the other target checks;
+  // "?" passes); -208; -3 (with the event); -203 a new target is not there
+  // after its first save; -204 "Original Sheet does not exist"; -205 the
+  // target sheet is missing and may not be added; -206 the target sheet could
+  // not take the original's name: the data was copied but the target is not
+  // saved; -4 an application could not be closed (replacing any other code);
+  // an office error in the middle goes the general error path
+  // (kAutomationError / kOfficeUnavailable, with the event).
+  int32_t CopySheetData(std::string& sPathOriginal, std::string& sSheetOriginal, std::string& sRangeToCopyFrom,
+                        std::string& sPathTarget, std::string& sSheetTarget, std::string& sRangeToCopyTo,
+                        bool& bDoFormula, bool& bCopyNameOfSheet, bool& bAddSheetsIfNecessary);
+  // CopySheetData for sheet lists: sSheetOriginal is resolved against the
+  // original first (its failure code is returned as it is); a missing target
+  // is then written with the office's new-workbook sheets only (sheets for
+  // sSheetTarget come into being through bAddSheetsIfNecessary);
+  // sSheetTarget is resolved against the target with the output passwords,
+  // or, when that fails with -11 or bAddSheetsIfNecessary is False, taken
+  // literally (quotes removed, split at ","). Then CopySheetData runs for
+  // every target sheet and, within it, every original sheet, in list order:
+  // with "below" the originals are stacked in each target sheet. The first
+  // negative result ends the run; the pairs copied before it stay saved.
+  // Before the target is written, a path holding "*" gives -207 and a
+  // folder that cannot be made -208. Other codes: those of the resolver and
+  // of CopySheetData, -3, -203, -4. Name lists are normalised in place.
+  int32_t CopySheetDataEx(std::string& sPathOriginal, std::string& sSheetOriginal, std::string& sRangeToCopyFrom,
+                          std::string& sPathTarget, std::string& sSheetTarget, std::string& sRangeToCopyTo,
+                          bool& bDoFormula, bool& bCopyNameOfSheet, bool& bAddSheetsIfNecessary);
+
   // ---- Text methods (libravelin.so) ----
   // Each returns the text library's result unchanged (0 success, its negative
   // codes otherwise), sets no ErrorString and raises no event. Text arguments

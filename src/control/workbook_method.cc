@@ -64,18 +64,18 @@ office::OpenOptions WorkbookMethod::SourceOpenOptions(const TabulonCtrl::State& 
   return options;
 }
 
-int32_t WorkbookMethod::CheckTargetFolder() const {
-  const std::string folder = GetFolderOfPath(target_);
+int32_t MakeTargetFolder(TabulonCtrl::State& state, const std::string& target) {
+  const std::string folder = GetFolderOfPath(target);
   if (FolderExists(folder)) return kSuccess;
   MakeFolderPath(folder);
   if (FolderExists(folder)) return kSuccess;
-  return state_.Fail(kTargetFolderMissing, msg::kTargetFolderMissing);
+  return state.Fail(kTargetFolderMissing, msg::kTargetFolderMissing);
 }
 
 int32_t WorkbookMethod::Run(const Steps& steps) {
   if (!FileExists(source_)) return source_missing_();
   if (check_target_folder_) {
-    if (int32_t code = CheckTargetFolder(); code != kSuccess) return code;
+    if (int32_t code = MakeTargetFolder(state_, target_); code != kSuccess) return code;
   }
   if (prepare_) {
     if (int32_t code = prepare_(); code != kSuccess) return code;

@@ -114,8 +114,6 @@ class WorkbookMethod {
                                                const std::string& target, bool input_passwords = true);
 
  private:
-  int32_t CheckTargetFolder() const;
-
   TabulonCtrl::State& state_;
   const std::string& source_;
   const std::string& target_;
@@ -132,5 +130,9 @@ class WorkbookMethod {
 // The general error path: stores the office error's code and text, raises
 // OnError, returns the code.
 int32_t FailWithOfficeError(TabulonCtrl::State& state, const office::Error& error);
+
+// The folder of `target`, made with its missing ancestors when absent; 0, or
+// -208 with its text stored and no event.
+int32_t MakeTargetFolder(TabulonCtrl::State& state, const std::string& target);
 
 }  // namespace tabulon

@@ -17,6 +17,10 @@ void ReplaceAll(std::string& text, const std::string& from, const std::string& t
   }
 }
 
+bool IsBlank(const std::string& text) { return text.find_first_not_of(' ') == std::string::npos; }
+
+}  // namespace
+
 std::vector<std::string> Split(const std::string& text, char separator) {
   std::vector<std::string> parts;
   size_t start = 0;
@@ -28,10 +32,6 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   }
   return parts;
 }
-
-bool IsBlank(const std::string& text) { return text.find_first_not_of(' ') == std::string::npos; }
-
-}  // namespace
 
 int32_t FillSheetTodoList(RavelinLibrary& library, const std::string& list, SheetTodoList& pairs) {
   using Fill = int32_t(char*, int32_t*, int32_t);

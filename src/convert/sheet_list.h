@@ -25,6 +25,9 @@ bool DetectNamedSheets(RavelinLibrary& library, std::string& list);
 // Eleven passes that turn ", " and " ," into ",": blanks next to the commas
 // of a name list go, blanks inside names stay.
 void NormaliseNameList(std::string& list);
+// The pieces of `text` between the separators, empty ones included ("a,,b"
+// gives "a", "", "b"; "" gives one empty piece).
+std::vector<std::string> Split(const std::string& text, char separator);
 // Quotes removed, split at ",".
 std::vector<std::string> SplitNameList(const std::string& list);
 

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "office/uno/uno_factory.h"
+#include "support/books.h"
 #include "support/processes.h"
 
 namespace tabulon::testing {
@@ -22,29 +23,6 @@ struct Shared {
 };
 
 Shared* g_shared = nullptr;
-
-void SaveBook(office::Application& app, const std::string& path,
-              const std::vector<std::pair<std::string, Block>>& sheets) {
-  office::Workbook& book = app.GetWorkbooks().Add();
-  office::Worksheets& all = book.GetWorksheets();
-  std::unique_ptr<office::Worksheet> previous;
-  for (size_t i = 0; i < sheets.size(); ++i) {
-    std::unique_ptr<office::Worksheet> sheet =
-        i == 0 ? all.Item(1) : all.Add(nullptr, previous.get(), office::kXlWorksheet);
-    sheet->SetName(sheets[i].first);
-    const Block& data = sheets[i].second;
-    if (!data.empty()) {
-      const std::string corner = sheet->Cells(static_cast<int32_t>(data.size()),
-                                              static_cast<int32_t>(data[0].size()))->Address();
-      sheet->GetRange("$A$1:" + corner)->SetValue(data);
-    }
-    previous = std::move(sheet);
-  }
-  office::SaveAsOptions options;
-  options.file_format = 51;
-  book.SaveAs(path, options);
-  book.Close(false);
-}
 
 // A new one-sheet workbook, filled by `fill`, saved and closed.
 template <typename Fill>
