@@ -444,7 +444,7 @@ class CopySheetDataEx : public CopySheetData {};
 TEST_F(CopySheetDataEx, TargetsOutsideOriginalsInsideAndTheFirstFailureEnds) {
   const fs::path folder = TestFolder("ex-order");
   CopyCall call = North(folder, "below");
-  call.sheet_original = "1-2";  // North, South
+  call.sheet_original = "1,2";  // North, South
   call.from = "A1:B2";
   call.sheet_target = "A,B";
   ASSERT_EQ(RunCopyEx(warm(), call).code, 0);

@@ -1,0 +1,119 @@
+// The CopySheetData and CopySheetDataEx subcommands as scripts see them:
+// nothing on stdout, "tabulon: <command>: <code> <message>" on stderr, exit
+// 0 / 1 / 2; the copied cells read back through the conversion to CSV.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+  int exit_code;
+  std::string out;
+  std::string err;
+};
+
+std::string Read(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+class CopyDataCli : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("tabulon-copy-cli-" + std::to_string(getpid()));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
+
+  // Runs the command line with `args` (shell words, already quoted).
+  Result Tabulon(const std::string& args) const {
+    const std::string err_file = Path("stderr");
+    const std::string command = std::string(TABULON_CLI) + " " + args + " 2>" + err_file;
+    Result r;
+    FILE* pipe = popen(command.c_str(), "r");
+    std::array<char, 4096> buffer;
+    size_t n;
+    while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) r.out.append(buffer.data(), n);
+    const int status = pclose(pipe);
+    r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.err = Read(err_file);
+    fs::remove(err_file);
+    return r;
+  }
+
+  // A sheet of a workbook as CSV text, through the conversion.
+  std::string Csv(const std::string& book, const std::string& sheet) const {
+    const Result r = Tabulon("convert -s '\"" + sheet + "\"' " + book + " " + Path("sheet.csv"));
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    return Read(Path("sheet.csv"));
+  }
+
+  fs::path dir_;
+};
+
+TEST_F(CopyDataCli, UsageErrorsExitTwo) {
+  const char* cases[] = {"CopySheetData", "CopySheetData a b c d e", "CopySheetDataEx a b c d e",
+                         "CopySheetData a b c d e f --no-such-flag"};
+  for (const char* args : cases) {
+    const Result r = Tabulon(args);
+    EXPECT_EQ(r.exit_code, 2) << args;
+    EXPECT_TRUE(r.out.empty()) << args;
+  }
+  const Result help = Tabulon("help CopySheetDataEx");
+  EXPECT_EQ(help.exit_code, 0);
+  EXPECT_NE(help.out.find("--add-sheets"), std::string::npos);
+  EXPECT_NE(help.out.find("--copy-name-of-sheet"), std::string::npos);
+}
+
+TEST_F(CopyDataCli, ArgumentFailuresNeedNoOffice) {
+  const Result missing = Tabulon("CopySheetData " + Path("none.xlsx") + " North '' " + Path("t.xls") + " A A1");
+  EXPECT_EQ(missing.exit_code, 1);
+  EXPECT_EQ(missing.err, "tabulon: CopySheetData: -202 Original File does not exist\n");
+  EXPECT_TRUE(missing.out.empty());
+  const Result wildcard =
+      Tabulon(std::string("CopySheetData ") + TABULON_SAMPLE + " North '' '" + Path("*.xls") + "' A A1");
+  EXPECT_EQ(wildcard.exit_code, 1);
+  EXPECT_EQ(wildcard.err, "tabulon: CopySheetData: -207 Target path file cannot have a wild card (i.e. *.XLS)\n");
+  EXPECT_FALSE(fs::exists(Path("*.xls")));
+}
+
+TEST_F(CopyDataCli, CopiesPrintNothingAndABatchStacksThemOnOneWarmOffice) {
+  const Result first = Tabulon("CopySheetData " + std::string(TABULON_SAMPLE) + " North A1:B2 " + Path("out/t.xls") +
+                               " Data '' --copy-name-of-sheet");
+  EXPECT_EQ(first.exit_code, 0) << first.err;
+  EXPECT_TRUE(first.out.empty());
+  EXPECT_TRUE(first.err.empty());
+  EXPECT_EQ(Csv(Path("out/t.xls"), "North"), "Month,Units\r\nJanuary,120\r\n");
+
+  std::ofstream(Path("lines")) << "CopySheetData " << TABULON_SAMPLE << " South A3:B3 " << Path("out/t.xls")
+                               << " North below\n"
+                               << "CopySheetDataEx " << TABULON_SAMPLE << " 1,2 A4:B4 " << Path("out/t.xls")
+                               << " North below\n"
+                               << "CopySheetData " << TABULON_SAMPLE << " North A1 " << Path("out/t.xls")
+                               << " Missing A1\n";
+  const Result batch = Tabulon("batch " + Path("lines"));
+  EXPECT_EQ(batch.exit_code, 1);
+  EXPECT_TRUE(batch.out.empty());
+  EXPECT_EQ(batch.err,
+            "tabulon: CopySheetData: -205 Target Sheet does not exist, be sure the 'Add sheets if necessary option' "
+            "is set to True\ntabulon: batch: 1 of 3 commands failed\n");
+  EXPECT_EQ(Csv(Path("out/t.xls"), "North"),
+            "Month,Units\r\nJanuary,120\r\nFebruary,110\r\nMarch,143\r\nMarch,95\r\n");
+}
+
+}  // namespace
