@@ -1,62 +1,20 @@
 // The command line's contract with scripts: data on stdout, "tabulon:
 // <command>: <code> <message>" on stderr, exit 0 / 1 / 2.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
+
+#include "cli_run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Result {
-  int exit_code;
-  std::string out;
-  std::string err;
-};
-
-// Runs the command line with `args` (shell words, already quoted).
-Result Tabulon(const std::string& args) {
-  const fs::path err_file = fs::temp_directory_path() / ("tabulon-cli-err-" + std::to_string(getpid()));
-  const std::string command = std::string(TABULON_CLI) + " " + args + " 2>" + err_file.string();
-  Result r;
-  FILE* pipe = popen(command.c_str(), "r");
-  std::array<char, 4096> buffer;
-  size_t n;
-  while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) r.out.append(buffer.data(), n);
-  const int status = pclose(pipe);
-  r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  std::ifstream in(err_file);
-  std::stringstream s;
-  s << in.rdbuf();
-  r.err = s.str();
-  fs::remove(err_file);
-  return r;
-}
-
-class Folder {
- public:
-  Folder() : path_(fs::temp_directory_path() / ("tabulon-cli-" + std::to_string(getpid()))) {
-    fs::create_directories(path_);
-  }
-  ~Folder() { fs::remove_all(path_); }
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  fs::path path_;
-};
-
-std::string Read(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using tabulon::testing::Folder;
+using tabulon::testing::Read;
+using tabulon::testing::Result;
+using tabulon::testing::Tabulon;
 
 TEST(CliContract, UsageErrorsExitTwo) {
   const char* cases[] = {"", "nosuchcommand", "convert", "convert only-one-path", "csvTrimCSVFile a",

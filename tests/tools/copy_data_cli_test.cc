@@ -2,59 +2,24 @@
 // nothing on stdout, "tabulon: <command>: <code> <message>" on stderr, exit
 // 0 / 1 / 2; the copied cells read back through the conversion to CSV.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
+
+#include "cli_run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Result {
-  int exit_code;
-  std::string out;
-  std::string err;
-};
-
-std::string Read(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using tabulon::testing::Folder;
+using tabulon::testing::Read;
+using tabulon::testing::Result;
+using tabulon::testing::Tabulon;
 
 class CopyDataCli : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("tabulon-copy-cli-" + std::to_string(getpid()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
-
-  // Runs the command line with `args` (shell words, already quoted).
-  Result Tabulon(const std::string& args) const {
-    const std::string err_file = Path("stderr");
-    const std::string command = std::string(TABULON_CLI) + " " + args + " 2>" + err_file;
-    Result r;
-    FILE* pipe = popen(command.c_str(), "r");
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) r.out.append(buffer.data(), n);
-    const int status = pclose(pipe);
-    r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.err = Read(err_file);
-    fs::remove(err_file);
-    return r;
-  }
+  std::string Path(const std::string& name) const { return dir_ / name; }
 
   // A sheet of a workbook as CSV text, through the conversion.
   std::string Csv(const std::string& book, const std::string& sheet) const {
@@ -63,7 +28,7 @@ class CopyDataCli : public ::testing::Test {
     return Read(Path("sheet.csv"));
   }
 
-  fs::path dir_;
+  Folder dir_{"tabulon-copy-cli-"};
 };
 
 TEST_F(CopyDataCli, UsageErrorsExitTwo) {
