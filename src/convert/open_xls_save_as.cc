@@ -9,7 +9,7 @@
 #include "control/control_state.h"
 #include "control/workbook_method.h"
 #include "convert/sheet_lookup.h"
-#include "convert/sheet_spec.h"
+#include "convert/sheet_selection.h"
 #include "util/file_helpers.h"
 
 namespace tabulon {
@@ -181,15 +181,15 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
     }
 
     office::Workbook& book = step.book();
-    const SheetSpec spec = SheetSpec::Parse(s.text_library, sSheets);
-    std::vector<std::string> names = spec.names();
-    if (spec.kind() == SheetSpec::Kind::kAll) {
+    const SheetSelection selection = SheetSelection::Parse(s.text_library, sSheets);
+    std::vector<std::string> names = selection.names();
+    if (selection.kind() == SheetSelection::Kind::kAll) {
       ForEachSheet(book, 1000, [&](office::Worksheet& sheet) {
         names.push_back(sheet.Name());
         return true;
       });
     }
-    multi_output = spec.named() ? names.size() >= 2 : spec.SeveralItems();
+    multi_output = selection.named() ? names.size() >= 2 : selection.SeveralItems();
     const OutputNaming naming(sTargetFile);
     SheetExport exporter(s, app, lTargetType, bDoFormula);
 
@@ -206,13 +206,13 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
       s.files_just_created.push_back(output);
     };
 
-    if (spec.named()) {
+    if (selection.named()) {
       for (const std::string& name : names) {
         process(GetSheetByNameOrIndex(book, name), multi_output ? naming.For(name) : sTargetFile);
       }
     } else if (multi_output) {
       const int32_t sheet_count = book.Sheets().Count();
-      spec.ForEachNumber([&](int64_t n) {
+      selection.ForEachNumber([&](int64_t n) {
         if (n > sheet_count) {
           // No sheet has this number or any above it in the range.
           step.SetCode(kInvalidSheet);
@@ -222,12 +222,12 @@ int32_t TabulonCtrl::OpenXLSSaveAs(std::string& sSourceFile, std::string& sSheet
         return true;
       });
     } else {
-      process(GetSheetByIndex(book, spec.first_number()), sTargetFile);
+      process(GetSheetByIndex(book, selection.first_number()), sTargetFile);
     }
     loop_completed = true;
 
     if (step.code() != kSuccess) {
-      if (step.code() == kInvalidSheet) s.Fail(kInvalidSheet, msg::kInvalidSheetSpecified);
+      if (step.code() == kInvalidSheet) s.Fail(kInvalidSheet, msg::kInvalidSheetSelectionified);
       s.RaiseOnError(step.code());
     }
     app.ActiveWorkbook().SetSaved(true);

@@ -5,7 +5,7 @@
 
 #include "control/workbook_method.h"
 #include "convert/sheet_lookup.h"
-#include "convert/sheet_spec.h"
+#include "convert/sheet_selection.h"
 
 namespace tabulon {
 
@@ -39,7 +39,7 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
   method.SourceMissingText(msg::kOriginalFileMissing)
       .WithoutTargetFolder()
       .BeforeStart([&]() -> int32_t {
-        if (list.empty()) return state.Fail(kInvalidSheet, msg::kInvalidSheetSpecifiedEmpty);
+        if (list.empty()) return state.Fail(kInvalidSheet, msg::kInvalidSheetSelectionifiedEmpty);
         return kSuccess;
       })
       .OpenWith(open)
@@ -50,9 +50,9 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
     step.SkipSave();
     office::Workbook& book = step.book();
     try {
-      const SheetSpec spec = SheetSpec::Parse(state.text_library, list);
-      switch (spec.kind()) {
-        case SheetSpec::Kind::kNumbers: {
+      const SheetSelection selection = SheetSelection::Parse(state.text_library, list);
+      switch (selection.kind()) {
+        case SheetSelection::Kind::kNumbers: {
           // The name tried when a number finds no sheet is the list itself,
           // the same for every number: look it up once.
           std::optional<std::string> fallback_name;
@@ -81,15 +81,15 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
             step.SetCode(kInvalidSheet);
             return n < sheet_count;
           };
-          if (spec.count() < 2) {
-            visit(spec.first_number());
+          if (selection.count() < 2) {
+            visit(selection.first_number());
           } else {
-            spec.ForEachNumber(visit);
+            selection.ForEachNumber(visit);
           }
           break;
         }
-        case SheetSpec::Kind::kNames:
-          for (const std::string& name : spec.names()) {
+        case SheetSelection::Kind::kNames:
+          for (const std::string& name : selection.names()) {
             if (auto sheet = GetSheetByName(book, name)) {
               sink.Store(sheet->Name());
             } else {
@@ -97,7 +97,7 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
             }
           }
           break;
-        case SheetSpec::Kind::kAll:
+        case SheetSelection::Kind::kAll:
           ForEachSheet(book, INT32_MAX, [&](office::Worksheet& sheet) {
             sink.Store(sheet.Name());
             return true;
@@ -110,7 +110,7 @@ int32_t ResolveSheetNames(TabulonCtrl::State& state, const std::string& path, st
       // before is still reported.
     }
     if (step.code() != kSuccess) {
-      if (step.code() == kInvalidSheet) state.Fail(kInvalidSheet, msg::kInvalidSheetSpecified);
+      if (step.code() == kInvalidSheet) state.Fail(kInvalidSheet, msg::kInvalidSheetSelectionified);
       state.RaiseOnError(step.code());
     }
   });

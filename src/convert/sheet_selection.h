@@ -1,6 +1,6 @@
-// One walk over a sheet specification, shared by every method that takes
+// One walk over a sheet selection, shared by every method that takes
 // one: "*" (every sheet), numbers and ranges ("1-3,5"), or names ("Sheet1",
-// "Totals"). The specification is decided and parsed once; each method then
+// "Totals"). The selection is decided and parsed once; each method then
 // walks it with its own lookups, the way its algorithm reads.
 #pragma once
 
@@ -15,14 +15,14 @@
 
 namespace tabulon {
 
-class SheetSpec {
+class SheetSelection {
  public:
   enum class Kind { kNumbers, kNames, kAll };
 
   // Decides the kind with DetectNamedSheets (a blank text becomes "*") and
   // parses numbers with the text library. A name list is normalised in
   // `text` itself (blanks beside its commas go), as the caller sees it.
-  static SheetSpec Parse(RavelinLibrary& library, std::string& text);
+  static SheetSelection Parse(RavelinLibrary& library, std::string& text);
 
   Kind kind() const { return kind_; }
   bool named() const { return kind_ != Kind::kNumbers; }
