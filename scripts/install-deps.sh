@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   # build
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config ccache
   # tests, sanitizers, fuzzing (libFuzzer ships with clang's runtime)
   googletest libgtest-dev libgmock-dev clang libclang-rt-14-dev
   # benchmarks and their reference tools
