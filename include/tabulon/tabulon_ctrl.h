@@ -245,7 +245,7 @@ class TABULON_EXPORT TabulonCtrl {
   int32_t DeleteEmptyLinesFromTextFile(std::string& sSourceFile, std::string& sTargetFile);
   bool IsFileUnicode(std::string& sFileToTest);
 
-  struct State;  // the control's fields; defined inside the library
+  struct TABULON_HIDDEN State;  // the control's fields; defined inside the library
 
  private:
   std::unique_ptr<State> state_;
