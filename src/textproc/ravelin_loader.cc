@@ -40,9 +40,12 @@ RavelinLibrary::~RavelinLibrary() {
 void* RavelinLibrary::Resolve(const char* name) {
   if (handle_ == nullptr) {
     if (folder_.empty()) {
-      const std::string beside = OwnFolder();
-      if (!beside.empty()) {
-        const std::string path = beside + "/" + kLibraryName;
+      // Beside the control's code; for a program that carries that code
+      // itself (bin/), in the library folder of the same tree (bin/../lib).
+      const std::string own = OwnFolder();
+      for (const std::string& folder : {own, own + "/../lib"}) {
+        if (own.empty() || handle_ != nullptr) break;
+        const std::string path = folder + "/" + kLibraryName;
         if (access(path.c_str(), F_OK) == 0) handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
       }
       if (handle_ == nullptr) handle_ = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
