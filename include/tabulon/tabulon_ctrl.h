@@ -50,6 +50,10 @@ struct ControlOptions {
   // Folder that holds libravelin.so. Empty: the library is loaded by name,
   // found beside libtabulon.so or on the usual search path.
   std::string text_library_folder;
+  // Folder that holds the sheet selection dialog's plug-in,
+  // libtabulon_sheet_dialog.so. Empty: the "tabulon" folder beside
+  // libtabulon.so.
+  std::string dialog_plugin_folder;
 };
 
 class TABULON_EXPORT TabulonCtrl {
@@ -146,7 +150,10 @@ class TABULON_EXPORT TabulonCtrl {
   // ---- State file and translation ----
   std::monostate StateFileSave();  // does nothing
   std::monostate StateFileLoad();  // does nothing
-  // Keeps both settings for the dialogs' translation; always returns false.
+  // Keeps both settings for the dialogs' translation and loads the language
+  // file "<folder of sParentIniFile>/Languages/<sLanguageFile>" (format:
+  // tools/dialog/Languages/README.md); always returns false, whether or not
+  // the file could be read.
   bool InitTranslator(std::string& sParentIniFile, std::string& sLanguageFile);
 
   // ---- Conversion and sheet discovery ----
@@ -221,6 +228,23 @@ class TABULON_EXPORT TabulonCtrl {
   int32_t CopySheetDataEx(std::string& sPathOriginal, std::string& sSheetOriginal, std::string& sRangeToCopyFrom,
                           std::string& sPathTarget, std::string& sSheetTarget, std::string& sRangeToCopyTo,
                           bool& bDoFormula, bool& bCopyNameOfSheet, bool& bAddSheetsIfNecessary);
+
+  // ---- The sheet selection dialog ----
+  // Lists the worksheets of sXLSFile in the modal window frmSelectSheet and
+  // returns the picked names, each in double quotes, joined by "," (one name
+  // when bMultipleSelect is False), or "" when the window is cancelled or
+  // nothing is picked. The names are read by an office application started
+  // for the purpose and quit again (never the control's own, whatever
+  // OptimizeForSpeed says), with the workbook opened read-only and without
+  // passwords. The window's texts and font come from the language file
+  // given to InitTranslator. The window is a plug-in loaded on the first
+  // call (see ControlOptions); a host without a display gets a failure, never
+  // a crash. Failures return "", store the text in ErrorString and raise
+  // OnError with -10: "Source file does not exist: " and the path (no office
+  // is started); a plug-in that is missing or cannot be loaded; no display to
+  // show the window on; any office error while reading the names (a
+  // protected or damaged workbook, no office), which leaves the text empty.
+  std::string ShowSheetSelectionDialog(std::string& sXLSFile, bool& bMultipleSelect);
 
   // ---- Text methods (libravelin.so) ----
   // Each returns the text library's result unchanged (0 success, its negative

@@ -44,6 +44,9 @@ struct TabulonCtrl::State {
 
   office::Session session;
   RavelinLibrary text_library;
+  // Where the sheet selection dialog's plug-in is looked for; empty: beside
+  // libtabulon.so.
+  std::string dialog_plugin_folder;
 
   // Sets every property to its new-instance default.
   void ResetProperties();

@@ -34,7 +34,8 @@ std::string DefaultStateFilePath() {
 }
 
 TabulonCtrl::State::State(ControlOptions options)
-    : session(FactoryOrDefault(options.office), session_flags), text_library(std::move(options.text_library_folder)) {}
+    : session(FactoryOrDefault(options.office), session_flags), text_library(std::move(options.text_library_folder)),
+      dialog_plugin_folder(std::move(options.dialog_plugin_folder)) {}
 
 void TabulonCtrl::State::ResetProperties() {
   session_flags.excel_known_installed = false;

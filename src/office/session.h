@@ -47,6 +47,9 @@ class Session {
   WordApplication* wdApp() { return wd_app_.get(); }
   bool ExcelCreated() const { return xl_app_ != nullptr; }
   bool ExcelTargetCreated() const { return xl_app_target_ != nullptr; }
+  // Starts applications that are not the session's (the selection dialog
+  // reads its workbook in an office of its own).
+  Factory& factory() { return *factory_; }
 
  private:
   bool CreateExcelInto(std::unique_ptr<Application>& app);
