@@ -107,11 +107,23 @@ int Probe(const tabulon_sheet_dialog_request* request) {
   return 1;
 }
 
+// The toolkit's chatter (a missing runtime folder, what the platform cannot
+// do) is of no use to the host and would mix into a command line's error
+// stream; only its critical messages get through.
+QtMessageHandler g_toolkit_handler = nullptr;
+
+void QuietMessages(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+  if ((type == QtCriticalMsg || type == QtFatalMsg) && g_toolkit_handler != nullptr) {
+    g_toolkit_handler(type, context, message);
+  }
+}
+
 // The host's application, or one of the plug-in's own. The toolkit sets the
 // process's locale from the environment when it starts; the host's locale is
 // put back, since the host's number formatting must not change under it.
 void EnsureApplication() {
   if (QCoreApplication::instance() != nullptr) return;
+  g_toolkit_handler = qInstallMessageHandler(QuietMessages);
   static int argc = 1;
   static char name[] = "tabulon";
   static char* argv[] = {name, nullptr};
