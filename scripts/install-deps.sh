@@ -12,6 +12,8 @@ packages=(
   libbenchmark-dev miller gnumeric hyperfine
   # libraries the code uses
   libcli11-dev
+  # the sheet selection dialog (Qt 6 Widgets; its tests use QTest offscreen)
+  qt6-base-dev
   # the office suite, full packages (printing needs them), and its SDK
   libreoffice-calc libreoffice-writer libreoffice-dev libreoffice-base-drivers
   # fonts and locales the office renders and exports with
