@@ -69,7 +69,13 @@ struct Outcome {
   std::vector<office::OpenOptions> opens;
 };
 
-Outcome Show(std::string path, bool multiple, ControlOptions options = {}) {
+ControlOptions WithPlugIn() {
+  ControlOptions options;
+  options.dialog_plugin_folder = TABULON_DIALOG_PLUGIN_DIR;
+  return options;
+}
+
+Outcome Show(std::string path, bool multiple, ControlOptions options = WithPlugIn()) {
   auto factory = std::make_shared<SpyFactory>(office::uno::MakeUnoFactory());
   options.office = factory;
   TabulonCtrl control(options);
