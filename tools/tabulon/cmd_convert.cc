@@ -5,31 +5,52 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "command.h"
+#include "encoding.h"
 #include "formats.h"
+#include "streams.h"
 #include "tabulon/tabulon_ctrl.h"
 
 namespace tabulon::cli {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 struct ConvertOptions {
   std::vector<std::string> paths;
   std::string sheets = "*";
-  std::string format = "csv";
+  std::string format;  // empty: from the target's extension
   bool formulas = false;
   bool multi_file = false;
   std::string range;
   std::string delimiter;
   bool skip_empty = false;
   bool report = false;
+  bool json = false;
+  std::string encoding = "auto";
   std::string input_password, input_password_tw, output_password, output_password_tw;
 };
 
-void ApplyConvertProperties(TabulonCtrl& control, const ConvertOptions& o) {
+// A range the office can take: A1, A1:C10, A:C, 1:3 (with or without $),
+// or anything holding "*" (the used range, as the method reads it).
+bool IsRange(const std::string& text) {
+  if (text.find('*') != std::string::npos || text.find_first_not_of(" \t") == std::string::npos) return true;
+  static const std::regex kCell(R"(\$?[A-Za-z]{1,3}\$?[1-9][0-9]{0,6})");
+  static const std::regex kColumns(R"(\$?[A-Za-z]{1,3}:\$?[A-Za-z]{1,3})");
+  static const std::regex kRows(R"(\$?[1-9][0-9]{0,6}:\$?[1-9][0-9]{0,6})");
+  static const std::regex kArea(R"(\$?[A-Za-z]{1,3}\$?[1-9][0-9]{0,6}:\$?[A-Za-z]{1,3}\$?[1-9][0-9]{0,6})");
+  return std::regex_match(text, kCell) || std::regex_match(text, kColumns) || std::regex_match(text, kRows) ||
+         std::regex_match(text, kArea);
+}
+
+void ApplyConvertProperties(TabulonCtrl& control, const ConvertOptions& o, std::optional<int> delimiter) {
   control.put_CO_MultiFileOutput(o.multi_file);
   control.put_CO_Range(o.range);
   control.put_SkipEmptySheets(o.skip_empty);
@@ -37,41 +58,103 @@ void ApplyConvertProperties(TabulonCtrl& control, const ConvertOptions& o) {
   control.put_InputFile_PassWord_TW(o.input_password_tw);
   control.put_OutputFile_PassWord(o.output_password);
   control.put_OutputFile_PassWord_TW(o.output_password_tw);
-  if (!o.delimiter.empty()) {
-    // A number is a character code (0: open text sources normally); anything
-    // else is the character itself.
-    const bool numeric = o.delimiter.find_first_not_of("0123456789") == std::string::npos;
-    control.put_CO_DelimitationCharacter(numeric ? std::stoi(o.delimiter)
-                                                 : static_cast<unsigned char>(o.delimiter[0]));
+  if (delimiter) control.put_CO_DelimitationCharacter(*delimiter);
+}
+
+// Replaces every `from` in `text` by `to` (a private copy's path by the
+// user's).
+std::string ReplaceAll(std::string text, const std::string& from, const std::string& to) {
+  if (from.empty()) return text;
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
   }
+  return text;
 }
 
 int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
-  const std::optional<Format> format = FindFormat(o.format);
-  if (!format) {
-    Err() << "tabulon: convert: unknown format '" << o.format << "' (see tabulon help convert)\n";
-    return kExitUsage;
+  std::optional<Format> format;
+  if (!o.format.empty()) {
+    format = FindFormat(o.format);
+    if (!format) return UsageError("convert", "-t: unknown format '" + o.format + "'; the formats are " + FormatNames());
   }
-  std::vector<std::string> sources(o.paths.begin(), o.paths.end() - 1);
-  const std::string destination = Absolute(o.paths.back());
+  const std::vector<std::string> sources(o.paths.begin(), o.paths.end() - 1);
+  const std::string& given_target = o.paths.back();
+  const bool to_stdout = given_target == "-";
   const bool several = sources.size() > 1;
+  // A link is followed to the file it names, so that the office's save
+  // replaces that file and the link stays.
+  const std::string destination = to_stdout ? std::string() : FollowLinks(Absolute(given_target));
+  std::error_code ec;
+  const bool into_folder = !to_stdout && (several || fs::is_directory(destination, ec) ||
+                                          given_target.back() == '/');
+  // A device or a pipe (/dev/stdout) gets the result copied into it.
+  const bool special = !to_stdout && !into_folder && IsSpecialFile(destination);
+  if (to_stdout && several) return UsageError("convert", "only one source can be written to standard output (-)");
+  if (to_stdout && o.json) return UsageError("convert", "--json and the target - (standard output) exclude each other");
+  if (!format) {
+    if (to_stdout || special) {
+      format = FindFormat("csv");
+    } else if (into_folder) {
+      return UsageError("convert", "the format cannot be told from a folder; give it with -t FORMAT");
+    } else {
+      const std::string extension = fs::path(given_target).extension().string();
+      format = FormatOfExtension(extension);
+      if (!format) {
+        return UsageError("convert", "the format cannot be told from the target's extension '" + extension +
+                                         "'; give it with -t FORMAT");
+      }
+    }
+  }
+  if ((to_stdout || special) && !format->text)
+    return UsageError("convert", "only a text format (csv, txt, prn) can be written to " + given_target);
+  std::optional<int> delimiter;
+  if (!o.delimiter.empty()) {
+    std::string error;
+    delimiter = ParseCharacter(o.delimiter, 0, error);
+    if (!delimiter) return UsageError("convert", "-d: " + error);
+  }
+  if (!IsRange(o.range)) return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");
+  if (!KnownEncoding(o.encoding)) return UsageError("convert", "--encoding: unknown encoding '" + o.encoding + "'");
 
-  ApplyConvertProperties(control, o);
+  ApplyConvertProperties(control, o, delimiter);
   int32_t last_code = 0;
   control.AdviseOnError([](int32_t&, std::string&) {});
   // One warm office for every source (a batch may have one already).
   const bool warm_before = control.get_OptimizeForSpeed();
   if (several && !warm_before) control.put_OptimizeForSpeed(true);
 
-  const bool progress = several && isatty(STDERR_FILENO);
+  const bool progress = several && !o.json && isatty(STDERR_FILENO);
   int exit_code = 0;
+  std::vector<std::string> all_files, all_sheets;
+  std::string failures = "[";
   for (size_t i = 0; i < sources.size(); ++i) {
-    std::string source = Absolute(sources[i]);
+    TempFolder temp;
+    const std::string user_source = Absolute(sources[i]);
+    std::string source = user_source;
+    std::string error;
+    const std::string stem = fs::path(source).stem().string();
+    const std::string file_name = stem + "." + format->extension;
+    // Text that is not UTF-8 goes to the office as a UTF-8 copy of the
+    // same name (the name gives the sheet its name).
+    const std::string encoding = o.encoding;
+    if (IsTextSource(source) && fs::is_regular_file(source, ec) &&
+        (encoding == "auto" ? !IsUtf8OrMarked(source) : !(encoding == "utf-8" || encoding == "UTF-8"))) {
+      const std::string folder = temp.Path(error);
+      std::string copy = folder.empty() ? "" : folder + "/" + fs::path(source).filename().string();
+      if (copy.empty() || !TranscodeToUtf8(source, copy, encoding, error)) {
+        exit_code = o.json ? ReportJson("convert", 0, error, user_source) : ReportFile("convert", 0, error, user_source);
+        continue;
+      }
+      source = copy;
+    }
     std::string target = destination;
-    if (several) {
-      target = (std::filesystem::path(destination) /
-                (std::filesystem::path(source).stem().string() + "." + format->extension))
-                   .string();
+    std::string out_folder;
+    if (into_folder) {
+      target = (fs::path(destination) / file_name).string();
+    } else if (to_stdout || special) {
+      out_folder = temp.Path(error) + "/out";
+      fs::create_directories(out_folder, ec);
+      target = out_folder + "/" + file_name;
     }
     if (progress) Err() << "\r[" << i + 1 << "/" << sources.size() << "] " << sources[i] << "\x1b[K" << std::flush;
     std::string sheets = o.sheets;
@@ -79,8 +162,19 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     bool formulas = o.formulas;
     last_code = control.OpenXLSSaveAs(source, sheets, target, type, formulas);
     if (progress) Err() << "\r\x1b[K" << std::flush;
+    const auto shown = [&](const std::string& text) {
+      std::string t = ReplaceAll(text, source, user_source);
+      if (!out_folder.empty()) t = ReplaceAll(t, target, given_target);
+      return t;
+    };
     if (last_code < 0) {
-      Report("convert", last_code, control.get_ErrorString() + (several ? " (" + source + ")" : ""));
+      const std::string message = shown(control.get_ErrorString());
+      ReportFile("convert", last_code, message, user_source);
+      failures += (failures.size() > 1 ? "," : "") + JsonObject()
+                                                         .Add("file", user_source)
+                                                         .Add("code", last_code)
+                                                         .Add("message", message)
+                                                         .str();
       exit_code = kExitFailure;
       // Sheets that were found are written even when others were not.
       if (last_code != tabulon::kInvalidSheet) continue;
@@ -88,90 +182,158 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     std::vector<std::string> files;
     for (int32_t k = 1; k <= control.get_FilesJustCreatedCount(); ++k) files.push_back(control.get_FilesJustCreated(k));
     // The whole-workbook save lists nothing: the target is the one file.
-    if (files.empty() && std::filesystem::exists(target)) files.push_back(target);
+    if (files.empty() && fs::exists(target, ec)) files.push_back(target);
     if (files.empty() && last_code == 0) {
-      Report("convert", 0, "the office wrote nothing for " + source);
+      ReportFile("convert", 0, "the office wrote nothing", user_source);
       exit_code = kExitFailure;
       continue;
     }
+    if (!out_folder.empty()) {
+      // Every file written, in order, into the stream or the device.
+      for (const std::string& f : files) {
+        if (!CopyInto(f, to_stdout ? "-" : given_target, error)) {
+          exit_code = ReportFile("convert", 0, error, given_target);
+          break;
+        }
+      }
+      if (to_stdout) continue;
+      files.assign(1, given_target);
+    }
+    std::vector<std::string> sheet_names;
+    for (int32_t k = 1; k <= control.get_SheetsJustProcessedCount(); ++k) {
+      sheet_names.push_back(control.get_SheetsJustProcessed(k));
+    }
+    all_files.insert(all_files.end(), files.begin(), files.end());
+    all_sheets.insert(all_sheets.end(), sheet_names.begin(), sheet_names.end());
+    if (o.json) continue;
     if (o.report) {
       Out() << "FilesJustCreated:\n";
       for (const auto& f : files) Out() << "  " << f << "\n";
       Out() << "SheetsJustProcessed:\n";
-      for (int32_t k = 1; k <= control.get_SheetsJustProcessedCount(); ++k) {
-        Out() << "  " << control.get_SheetsJustProcessed(k) << "\n";
-      }
+      for (const auto& s : sheet_names) Out() << "  " << s << "\n";
     } else {
       for (const auto& f : files) Out() << f << "\n";
     }
   }
   if (several && !warm_before) control.put_OptimizeForSpeed(false);
+  if (o.json) {
+    Out() << JsonObject()
+                 .Add("command", "convert")
+                 .Add("code", exit_code == 0 ? 0 : last_code)
+                 .Add("files", all_files)
+                 .Add("sheets", all_sheets)
+                 .AddRaw("failures", failures + "]")
+                 .str()
+          << "\n";
+  }
   return exit_code;
 }
 
-int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::string& list_arg) {
+int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::string& list_arg, bool json) {
   std::string book = Absolute(book_arg);
   std::string sheet_list = list_arg;
   // A workbook has at most a few thousand sheets; the array bounds the walk.
   std::vector<std::string> names(10000);
   const int32_t result = control.GetSheetNames(book, sheet_list, names);
-  if (result < 0) return Report("sheets", result, control.get_ErrorString());
-  for (int32_t i = 0; i < result; ++i) Out() << names[i] << "\n";
-  return 0;
+  if (result < 0) {
+    return json ? ReportJson("sheets", result, control.get_ErrorString(), book)
+                : ReportFile("sheets", result, control.get_ErrorString(), book);
+  }
+  names.resize(static_cast<size_t>(result));
+  if (json) {
+    Out() << JsonObject().Add("command", "sheets").Add("code", 0).Add("file", book).Add("sheets", names).str()
+          << "\n";
+    return kExitSuccess;
+  }
+  for (const std::string& name : names) Out() << name << "\n";
+  return kExitSuccess;
 }
 
-int RunOffice(TabulonCtrl& control) {
+int RunOffice(TabulonCtrl& control, bool json) {
   const bool excel = control.ExcelIsInstalled();
   const bool word = control.WordIsInstalled();
-  Out() << "ExcelIsInstalled " << (excel ? "True" : "False") << "\n";
-  Out() << "WordIsInstalled " << (word ? "True" : "False") << "\n";
-  if (!excel) {
-    Out() << "ExcelVersion 0\nExcelBuild 0\n";
-    return Report("office", tabulon::kExcelNotCreated, std::string(tabulon::msg::kExcelNotCreated));
+  std::ostringstream version, build;
+  version << (excel ? control.get_ExcelVersion() : 0.0);
+  build << (excel ? control.get_ExcelBuild() : 0.0);
+  if (json) {
+    Out() << JsonObject()
+                 .Add("command", "office")
+                 .Add("code", excel ? 0 : static_cast<int32_t>(tabulon::kExcelNotCreated))
+                 .Add("ExcelIsInstalled", excel)
+                 .Add("WordIsInstalled", word)
+                 .AddRaw("ExcelVersion", version.str())
+                 .AddRaw("ExcelBuild", build.str())
+                 .str()
+          << "\n";
+  } else {
+    Out() << "ExcelIsInstalled " << (excel ? "True" : "False") << "\n";
+    Out() << "WordIsInstalled " << (word ? "True" : "False") << "\n";
+    Out() << "ExcelVersion " << version.str() << "\n";
+    Out() << "ExcelBuild " << build.str() << "\n";
   }
-  Out() << "ExcelVersion " << control.get_ExcelVersion() << "\n";
-  Out() << "ExcelBuild " << control.get_ExcelBuild() << "\n";
-  return 0;
+  if (!excel) return Report("office", tabulon::kExcelNotCreated, std::string(tabulon::msg::kExcelNotCreated));
+  return kExitSuccess;
 }
 
 void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
   auto convert = std::make_shared<ConvertOptions>();
   CLI::App* convert_cmd = parser.add_subcommand(
       "convert",
-      "Convert a workbook's sheets to another format (OpenXLSSaveAs).\n"
-      "  tabulon convert SRC DST          one workbook to DST\n"
-      "  tabulon convert SRC... FOLDER    several, on one warm office, into FOLDER\n"
-      "Formats: " + FormatNames());
-  convert_cmd->add_option("paths", convert->paths, "Source workbook(s), then the target file (or folder)")
+      Describe("Convert workbooks (or text files) to another format: all their sheets, or the ones named.\n"
+               "  tabulon convert book.xlsx out.csv     the format from the target's extension\n"
+               "  tabulon convert -t csv book.xlsx -    CSV text on standard output\n"
+               "  tabulon convert a.xlsx b.ods FOLDER   each into FOLDER, on one warm office\n"
+               "  tabulon convert -t pdf book.xlsx FOLDER/\n"
+               "Formats: " + FormatNames() + ".",
+               "OpenXLSSaveAs"));
+  convert_cmd->add_option("paths", convert->paths, "Source file(s), then the target file, folder or - (stdout)")
       ->required()
       ->expected(2, -1);
-  convert_cmd->add_option("-s,--sheets", convert->sheets, "Sheets: * (all), numbers 1-3,5, or names \"A\",\"B\"");
-  convert_cmd->add_option("-t,--format", convert->format, "Format name or XlFileFormat number (default csv)");
-  convert_cmd->add_flag("-f,--formulas", convert->formulas, "Write formulas instead of values");
+  convert_cmd->add_option("-s,--sheets", convert->sheets,
+                          "Sheets to convert: * (all, the default), numbers 1-3,5, or names \"A\",\"B\"");
+  convert_cmd->add_option("-t,--format", convert->format,
+                          "Format of the output, by name or number (default: from the target's extension)");
+  convert_cmd->add_flag("-f,--formulas", convert->formulas, "Write the formulas instead of their values");
   convert_cmd->add_flag("-m,--multi-file", convert->multi_file,
-                        "One file per sheet, never joined (CO_MultiFileOutput)");
-  convert_cmd->add_option("-r,--range", convert->range, "Range to convert from each sheet (CO_Range), e.g. A1:C10");
+                        "Write one file per sheet, named after the sheet, even for formats that hold many");
+  convert_cmd->add_option("-r,--range", convert->range, "Only this range of each sheet, e.g. A1:C10");
   convert_cmd->add_option("-d,--delimiter", convert->delimiter,
-                          "Delimiter of a text source: a character or its code; 0 opens it normally "
-                          "(CO_DelimitationCharacter, default 44)");
-  convert_cmd->add_flag("-e,--skip-empty", convert->skip_empty, "Skip empty sheets (SkipEmptySheets)");
-  convert_cmd->add_option("--input-password", convert->input_password, "InputFile_PassWord");
-  convert_cmd->add_option("--input-password-tw", convert->input_password_tw, "InputFile_PassWord_TW");
-  convert_cmd->add_option("--output-password", convert->output_password, "OutputFile_PassWord");
-  convert_cmd->add_option("--output-password-tw", convert->output_password_tw, "OutputFile_PassWord_TW");
-  convert_cmd->add_flag("--report", convert->report, "Print FilesJustCreated and SheetsJustProcessed");
+                          "Field delimiter of a text source: a character, tab, \\t or a code (default ,); "
+                          "0 opens the source as the office would");
+  convert_cmd->add_flag("-e,--skip-empty", convert->skip_empty, "Leave out sheets that hold nothing");
+  convert_cmd->add_option("--encoding", convert->encoding,
+                          "Encoding of text sources: auto (UTF-8, or Windows-1252 where not valid UTF-8; "
+                          "the default), utf-8, windows-1252, latin1, or another iconv name");
+  convert_cmd->add_option("--input-password", convert->input_password, "Password to open the source")
+      ->envname("TABULON_INPUT_PASSWORD");
+  convert_cmd->add_option("--input-password-tw", convert->input_password_tw, "Its password to modify")
+      ->envname("TABULON_INPUT_PASSWORD_TW");
+  convert_cmd->add_option("--output-password", convert->output_password, "Password to give the output")
+      ->envname("TABULON_OUTPUT_PASSWORD");
+  convert_cmd->add_option("--output-password-tw", convert->output_password_tw, "The output's password to modify")
+      ->envname("TABULON_OUTPUT_PASSWORD_TW");
+  convert_cmd->add_flag("--report", convert->report, "List the files created and the sheets converted");
+  AddJsonFlag(*convert_cmd, convert->json);
   commands.push_back({convert_cmd, [convert](TabulonCtrl& control) { return RunConvert(control, *convert); }});
 
   auto book = std::make_shared<std::string>();
   auto list = std::make_shared<std::string>("*");
-  CLI::App* sheets_cmd = parser.add_subcommand("sheets", "List the sheets of a workbook (GetSheetNames)");
-  sheets_cmd->add_option("book", *book, "Workbook")->required();
-  sheets_cmd->add_option("sheets", *list, "Sheets: * (default), numbers or names");
-  commands.push_back({sheets_cmd, [book, list](TabulonCtrl& control) { return RunSheets(control, *book, *list); }});
+  auto sheets_json = std::make_shared<bool>(false);
+  CLI::App* sheets_cmd =
+      parser.add_subcommand("sheets", Describe("List the names of a workbook's sheets, one a line", "GetSheetNames"));
+  sheets_cmd->add_option("book", *book, "The workbook")->required();
+  sheets_cmd->add_option("sheets", *list, "Only these: * (all, the default), numbers 1-3,5, or names \"A\",\"B\"");
+  AddJsonFlag(*sheets_cmd, *sheets_json);
+  commands.push_back({sheets_cmd, [book, list, sheets_json](TabulonCtrl& control) {
+                        return RunSheets(control, *book, *list, *sheets_json);
+                      }});
 
-  CLI::App* office_cmd =
-      parser.add_subcommand("office", "Report ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild");
-  commands.push_back({office_cmd, [](TabulonCtrl& control) { return RunOffice(control); }});
+  auto office_json = std::make_shared<bool>(false);
+  CLI::App* office_cmd = parser.add_subcommand(
+      "office", Describe("Tell whether the office suite is installed, and its version",
+                         "ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild"));
+  AddJsonFlag(*office_cmd, *office_json);
+  commands.push_back({office_cmd, [office_json](TabulonCtrl& control) { return RunOffice(control, *office_json); }});
 }
 
 const CommandGroup kConversion(10, AddConversionCommands);

@@ -1,9 +1,15 @@
 #include "command.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <utility>
+
+#include "docs.h"
 
 namespace tabulon::cli {
 
@@ -23,19 +29,120 @@ std::vector<std::pair<int, AddCommands>>& Registry() {
   return groups;
 }
 
+int UnknownCommand(CLI::App& app, const std::string& word);
+
 int Help(CLI::App& app, const std::string& topic) {
   if (topic.empty()) {
     Out() << app.help();
     return kExitSuccess;
   }
   for (CLI::App* sub : app.get_subcommands({})) {
-    if (sub->check_name(topic)) {
+    if (!sub->get_group().empty() && sub->check_name(topic)) {
       Out() << sub->help();
       return kExitSuccess;
     }
   }
-  Err() << "tabulon: help: unknown command '" << topic << "'\n";
+  return UnknownCommand(app, topic);
+}
+
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+// Edits (insert, delete, replace) between two words, ignoring case.
+size_t Distance(const std::string& a_text, const std::string& b_text) {
+  const std::string a = Lower(a_text), b = Lower(b_text);
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// The closest of `known` to `word`, when it is close enough to be a slip
+// (or `word` is a prefix of it); empty otherwise.
+std::string Closest(const std::string& word, const std::vector<std::string>& known) {
+  std::string best;
+  size_t best_distance = std::max<size_t>(2, word.size() / 3) + 1;
+  for (const std::string& name : known) {
+    size_t d = Distance(word, name);
+    if (word.size() >= 3 && Lower(name).rfind(Lower(word), 0) == 0) d = std::min<size_t>(d, 1);
+    if (d < best_distance) {
+      best_distance = d;
+      best = name;
+    }
+  }
+  return best;
+}
+
+// The commands a user may name (the hidden ones aside).
+std::vector<std::string> CommandNames(CLI::App& app) {
+  std::vector<std::string> names;
+  for (CLI::App* sub : app.get_subcommands({})) {
+    if (!sub->get_group().empty()) names.push_back(sub->get_name());
+  }
+  return names;
+}
+
+int UnknownCommand(CLI::App& app, const std::string& word) {
+  Err() << "tabulon: unknown command '" << word << "'";
+  const std::string closest = Closest(word, CommandNames(app));
+  if (!closest.empty()) Err() << " (did you mean '" << closest << "'?)";
+  Err() << "\nRun 'tabulon help' for the list of commands.\n";
   return kExitUsage;
+}
+
+// Names an option the command does not have, before the parser sees the
+// line (it would blame a missing argument instead). Words after "--" and
+// the values of options that take one are not options; nor are "-" (the
+// standard streams) and negative numbers. Returns kExitSuccess when every
+// option is known.
+int CheckOptions(CLI::App& app, CLI::App* command, const std::vector<std::string>& words) {
+  const std::string name = command != nullptr ? command->get_name() : "tabulon";
+  CLI::App& owner = command != nullptr ? *command : app;
+  for (size_t i = 0; i < words.size(); ++i) {
+    const std::string& word = words[i];
+    if (word == "--") break;
+    if (word.size() < 2 || word[0] != '-') continue;
+    char* end = nullptr;
+    errno = 0;
+    std::strtod(word.c_str(), &end);
+    if (*end == '\0') continue;
+    std::string option_name = word;
+    bool inline_value = false;
+    if (word.rfind("--", 0) == 0) {
+      const size_t equals = word.find('=');
+      inline_value = equals != std::string::npos;
+      option_name = word.substr(0, equals);
+    } else {
+      inline_value = word.size() > 2;
+      option_name = word.substr(0, 2);
+    }
+    if (option_name == "-h" || option_name == "--help") continue;
+    if (command == nullptr && option_name == "--version") continue;
+    const CLI::Option* option = owner.get_option_no_throw(option_name);
+    if (option == nullptr) {
+      std::vector<std::string> known;
+      for (const CLI::Option* o : owner.get_options()) {
+        for (const std::string& l : o->get_lnames()) known.push_back("--" + l);
+      }
+      Err() << "tabulon: " << (command != nullptr ? name + ": " : "") << "unknown option '" << option_name << "'";
+      const std::string closest = Closest(option_name, known);
+      if (!closest.empty()) Err() << " (did you mean '" << closest << "'?)";
+      Err() << "\nRun 'tabulon help" << (command != nullptr ? " " + name : "") << "' for usage.\n";
+      return kExitUsage;
+    }
+    if (!inline_value && option->get_expected_min() > 0) ++i;
+  }
+  return kExitSuccess;
 }
 
 }  // namespace
@@ -74,15 +181,37 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
   CLI::App app{"tabulon: jobs on spreadsheet and delimited text files"};
   app.name("tabulon");
   app.set_version_flag("--version", std::string("tabulon ") + TABULON_VERSION);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   app.fallthrough(false);
 
   std::string help_topic;
-  CLI::App* help = app.add_subcommand("help", "Show the usage of a command");
-  help->add_option("command", help_topic, "Command to describe");
+  CLI::App* help = app.add_subcommand("help", "Show the usage of a command, or the list of commands");
+  help->add_option("command", help_topic, "The command to describe");
+
+  // The manual page and the shell completion are written from this table
+  // by the build (see CMakeLists.txt); the command is not for users.
+  std::string docs_kind;
+  CLI::App* docs = app.add_subcommand("__docs", "")->group("");
+  docs->add_option("kind", docs_kind, "man or bash")->required()->check(CLI::IsMember({"man", "bash"}));
 
   std::vector<Command> commands;
   for (AddCommands add : CommandGroups()) add(app, commands);
+
+  // Find the command word first, so that a misspelt one or an unknown
+  // option is named as such rather than as a missing argument.
+  size_t first = 0;
+  while (first < args.size() && args[first].size() > 1 && args[first][0] == '-') ++first;
+  if (CheckOptions(app, nullptr, std::vector<std::string>(args.begin(), args.begin() + first)) != kExitSuccess)
+    return kExitUsage;
+  CLI::App* named = nullptr;
+  if (first < args.size()) {
+    for (CLI::App* sub : app.get_subcommands({})) {
+      if (sub->check_name(args[first])) named = sub;
+    }
+    if (named == nullptr) return UnknownCommand(app, args[first]);
+    if (CheckOptions(app, named, std::vector<std::string>(args.begin() + first + 1, args.end())) != kExitSuccess)
+      return kExitUsage;
+  }
 
   try {
     std::vector<std::string> reversed(args.rbegin(), args.rend());
@@ -92,13 +221,21 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
   } catch (const CLI::CallForVersion& e) {
     return app.exit(e, Out(), Err());
   } catch (const CLI::ParseError& e) {
-    app.exit(e, Out(), Err());
+    if (named == nullptr) {
+      Err() << "tabulon: a command is required\nRun 'tabulon help' for the list of commands.\n";
+      return kExitUsage;
+    }
+    return UsageError(named->get_name(), e.what());
+  }
+  if (named == nullptr) {
+    Err() << "tabulon: a command is required\nRun 'tabulon help' for the list of commands.\n";
     return kExitUsage;
   }
 
   const std::string name = app.get_subcommands().empty() ? "tabulon" : app.get_subcommands().front()->get_name();
   try {
     if (help->parsed()) return Help(app, help_topic);
+    if (docs->parsed()) return WriteDocs(app, docs_kind, Out());
     for (const Command& command : commands) {
       if (command.app->parsed()) return command.run(control);
     }
@@ -115,6 +252,131 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
 int Report(const std::string& command, int32_t code, const std::string& message) {
   Err() << "tabulon: " << command << ": " << code << " " << message << "\n";
   return kExitFailure;
+}
+
+std::string Describe(const std::string& what, const std::string& method) {
+  return what + " [" + method + "]";
+}
+
+int UsageError(const std::string& command, const std::string& message) {
+  Err() << "tabulon: " << command << ": " << message << "\nRun 'tabulon help " << command << "' for usage.\n";
+  return kExitUsage;
+}
+
+int ReportFile(const std::string& command, int32_t code, const std::string& message, const std::string& file) {
+  if (file.empty() || message.find(file) != std::string::npos) return Report(command, code, message);
+  return Report(command, code, message + ": " + file);
+}
+
+int ReportJson(const std::string& command, int32_t code, const std::string& message, const std::string& file) {
+  Out() << JsonObject().Add("command", command).Add("code", code).Add("message", message).Add("file", file).str()
+        << "\n";
+  return ReportFile(command, code, message, file);
+}
+
+std::optional<int> ParseCharacter(const std::string& text, int min_code, std::string& error) {
+  static const std::pair<const char*, int> kNames[] = {{"\\t", 9},        {"tab", 9},        {"space", 32},
+                                                       {"comma", 44},      {"semicolon", 59}, {"pipe", 124}};
+  for (const auto& [name, code] : kNames) {
+    if (Lower(text) == name) return code;
+  }
+  int code = -1;
+  const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  const bool hex = text.size() > 2 && Lower(text.substr(0, 2)) == "0x" &&
+                   text.find_first_not_of("0123456789abcdefABCDEF", 2) == std::string::npos;
+  if (digits || hex) {
+    const std::string number = digits ? text : text.substr(2);
+    code = number.size() > 4 ? 1000 : std::stoi(number, nullptr, digits ? 10 : 16);
+  } else if (text.size() == 1) {
+    code = static_cast<unsigned char>(text[0]);
+  } else {
+    error = "'" + text + "' is not one character, a name (tab, space, comma, semicolon, pipe) or a code";
+    return std::nullopt;
+  }
+  if (code < min_code || code > 127) {
+    error = "'" + text + "': a character code from " + std::to_string(min_code) + " to 127 (ASCII) is needed";
+    return std::nullopt;
+  }
+  return code;
+}
+
+std::optional<int64_t> ParseNumber(const std::string& text, int64_t min, int64_t max, std::string& error) {
+  const std::string range = " (" + std::to_string(min) + " to " + std::to_string(max) + ")";
+  const size_t sign = !text.empty() && (text[0] == '-' || text[0] == '+') ? 1 : 0;
+  if (text.size() == sign || text.find_first_not_of("0123456789", sign) != std::string::npos) {
+    error = "'" + text + "' is not a whole number" + range;
+    return std::nullopt;
+  }
+  errno = 0;
+  const long long value = std::strtoll(text.c_str(), nullptr, 10);
+  if (errno == ERANGE || value < min || value > max) {
+    error = "'" + text + "' is out of range" + range;
+    return std::nullopt;
+  }
+  return value;
+}
+
+void AddJsonFlag(CLI::App& command, bool& json) {
+  command.add_flag("--json", json, "Print the result as one JSON object, for scripts");
+}
+
+std::string JsonString(const std::string& text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (u < 0x20 || u == 0x7f) {
+      char buffer[8];
+      std::snprintf(buffer, sizeof buffer, "\\u%04x", u);
+      out += buffer;
+    } else {
+      out += c;
+    }
+  }
+  return out + "\"";
+}
+
+void JsonObject::Key(const std::string& key) {
+  if (!body_.empty()) body_ += ",";
+  body_ += JsonString(key) + ":";
+}
+
+JsonObject& JsonObject::Add(const std::string& key, const std::string& value) {
+  Key(key);
+  body_ += JsonString(value);
+  return *this;
+}
+
+JsonObject& JsonObject::Add(const std::string& key, int64_t value) {
+  Key(key);
+  body_ += std::to_string(value);
+  return *this;
+}
+
+JsonObject& JsonObject::Add(const std::string& key, bool value) {
+  Key(key);
+  body_ += value ? "true" : "false";
+  return *this;
+}
+
+JsonObject& JsonObject::Add(const std::string& key, const std::vector<std::string>& values) {
+  std::string array = "[";
+  for (size_t i = 0; i < values.size(); ++i) array += (i > 0 ? "," : "") + JsonString(values[i]);
+  return AddRaw(key, array + "]");
+}
+
+JsonObject& JsonObject::AddRaw(const std::string& key, const std::string& json) {
+  Key(key);
+  body_ += json;
+  return *this;
 }
 
 int MethodResult(const std::string& command, int32_t code, TabulonCtrl& control) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -79,6 +80,60 @@ struct PasswordOptions {
 };
 void AddPasswordOptions(CLI::App& command, PasswordOptions& passwords);
 void ApplyPasswords(TabulonCtrl& control, const PasswordOptions& passwords);
+
+// ---- Conventions every command shares --------------------------------
+//
+// Help texts say what a command does in a user's words; the method (or
+// property) of the control it runs is named once, at the end, as
+// "[OpenXLSSaveAs]", for those who know the API. Describe() builds that.
+std::string Describe(const std::string& what, const std::string& method);
+
+// A usage error: "tabulon: <command>: <message>" and a pointer to the
+// command's help on stderr; returns kExitUsage.
+int UsageError(const std::string& command, const std::string& message);
+
+// A failure about one file. The message names the file: when `message`
+// does not hold `file` already, ": <file>" is added. Returns kExitFailure.
+int ReportFile(const std::string& command, int32_t code, const std::string& message, const std::string& file);
+
+// A character argument (a delimiter, a replacement, a pad character), the
+// same in every command: the character itself; "\t", "tab", "space",
+// "comma", "semicolon", "pipe"; or its code, decimal ("9", "59") or hex
+// ("0x09"). Codes run from `min_code` (0 where 0 means something) to 127
+// (the text library reads ASCII only). A single digit is a code: no one
+// separates fields with a digit. nullopt, with `error` set, otherwise.
+std::optional<int> ParseCharacter(const std::string& text, int min_code, std::string& error);
+
+// A whole number option's value, checked against [min, max]; nullopt with
+// `error` set for anything else ("xyz", "9999999999", "1.5").
+std::optional<int64_t> ParseNumber(const std::string& text, int64_t min, int64_t max, std::string& error);
+
+// --json: the command prints one JSON object on stdout instead of its
+// lines of text; a failure prints {"command","code","message","file"} there
+// too (and its message on stderr as always).
+void AddJsonFlag(CLI::App& command, bool& json);
+
+// A JSON object written field by field, in order.
+class JsonObject {
+ public:
+  JsonObject& Add(const std::string& key, const std::string& value);
+  JsonObject& Add(const std::string& key, const char* value) { return Add(key, std::string(value)); }
+  JsonObject& Add(const std::string& key, int64_t value);
+  JsonObject& Add(const std::string& key, int32_t value) { return Add(key, static_cast<int64_t>(value)); }
+  JsonObject& Add(const std::string& key, bool value);
+  JsonObject& Add(const std::string& key, const std::vector<std::string>& values);
+  // Adds `json` (an object or array already written) as it stands.
+  JsonObject& AddRaw(const std::string& key, const std::string& json);
+  std::string str() const { return "{" + body_ + "}"; }
+
+ private:
+  void Key(const std::string& key);
+  std::string body_;
+};
+std::string JsonString(const std::string& text);
+
+// A failure printed as JSON (see AddJsonFlag) and reported on stderr.
+int ReportJson(const std::string& command, int32_t code, const std::string& message, const std::string& file);
 
 // Office paths are absolute: the office runs in its own working folder.
 // Relative paths are taken from WorkingFolder().
