@@ -83,12 +83,13 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   const bool several = sources.size() > 1;
   // A link is followed to the file it names, so that the office's save
   // replaces that file and the link stays.
-  const std::string destination = to_stdout ? std::string() : FollowLinks(Absolute(given_target));
+  // A device or a pipe (/dev/stdout, a link to one included) gets the
+  // result copied into it.
+  const bool special = !to_stdout && !several && IsSpecialFile(Absolute(given_target));
+  const std::string destination = to_stdout || special ? std::string() : FollowLinks(Absolute(given_target));
   std::error_code ec;
-  const bool into_folder = !to_stdout && (several || fs::is_directory(destination, ec) ||
-                                          given_target.back() == '/');
-  // A device or a pipe (/dev/stdout) gets the result copied into it.
-  const bool special = !to_stdout && !into_folder && IsSpecialFile(destination);
+  const bool into_folder = !to_stdout && !special &&
+                           (several || fs::is_directory(destination, ec) || given_target.back() == '/');
   if (to_stdout && several) return UsageError("convert", "only one source can be written to standard output (-)");
   if (to_stdout && o.json) return UsageError("convert", "--json and the target - (standard output) exclude each other");
   if (!format) {
@@ -196,7 +197,8 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
           break;
         }
       }
-      if (to_stdout) continue;
+      // The data went where a list of files would go.
+      if (to_stdout || !o.json) continue;
       files.assign(1, given_target);
     }
     std::vector<std::string> sheet_names;

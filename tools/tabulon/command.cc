@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <utility>
 
@@ -190,9 +191,10 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
 
   // The manual page and the shell completion are written from this table
   // by the build (see CMakeLists.txt); the command is not for users.
-  std::string docs_kind;
+  std::string docs_kind, docs_file;
   CLI::App* docs = app.add_subcommand("__docs", "")->group("");
   docs->add_option("kind", docs_kind, "man or bash")->required()->check(CLI::IsMember({"man", "bash"}));
+  docs->add_option("file", docs_file, "The file to write (default: standard output)");
 
   std::vector<Command> commands;
   for (AddCommands add : CommandGroups()) add(app, commands);
@@ -235,7 +237,14 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
   const std::string name = app.get_subcommands().empty() ? "tabulon" : app.get_subcommands().front()->get_name();
   try {
     if (help->parsed()) return Help(app, help_topic);
-    if (docs->parsed()) return WriteDocs(app, docs_kind, Out());
+    if (docs->parsed()) {
+      if (docs_file.empty()) return WriteDocs(app, docs_kind, Out());
+      std::ofstream file(docs_file, std::ios::binary | std::ios::trunc);
+      const int status = WriteDocs(app, docs_kind, file);
+      file.close();
+      if (!file) return ReportFile("__docs", 0, "cannot write", docs_file);
+      return status;
+    }
     for (const Command& command : commands) {
       if (command.app->parsed()) return command.run(control);
     }
@@ -264,7 +273,11 @@ int UsageError(const std::string& command, const std::string& message) {
 }
 
 int ReportFile(const std::string& command, int32_t code, const std::string& message, const std::string& file) {
-  if (file.empty() || message.find(file) != std::string::npos) return Report(command, code, message);
+  // A message that ends with the path (or holds it, folders and all)
+  // names it already.
+  const bool named = message.size() >= file.size() && message.compare(message.size() - file.size(), file.size(), file) == 0;
+  if (file.empty() || named || (file.find('/') != std::string::npos && message.find(file) != std::string::npos))
+    return Report(command, code, message);
   return Report(command, code, message + ": " + file);
 }
 

@@ -24,6 +24,8 @@ std::string Roff(const std::string& text) {
       out += c;
     }
     line_start = c == '\n';
+    // Each line of a description stays a line of its own.
+    if (c == '\n') out += ".br\n";
   }
   return out;
 }
@@ -53,8 +55,8 @@ void Man(CLI::App& app, std::ostream& out) {
       << ".SH NAME\ntabulon \\- " << Roff("jobs on spreadsheet and delimited text files") << "\n"
       << ".SH SYNOPSIS\n.B tabulon\n.I command\n[options] [arguments]\n"
       << ".SH DESCRIPTION\n"
-      << Roff("Every command runs one method of the control; its name is given in brackets at the end of its "
-              "description. Standard output carries data (created files, sheet names, answers; with --json one "
+      << Roff("Where a command runs a method of the control by another name, the method is named in "
+              "brackets at the end of its description. Standard output carries data (created files, sheet names, answers; with --json one "
               "JSON object), standard error the failures, as \"tabulon: command: code message\" naming the file. "
               "A path \"-\" reads standard input or writes standard output where a command reads or writes text. "
               "Characters (delimiters, replacements) are given as the character, a name (tab, space, comma, "
