@@ -280,14 +280,15 @@ int RunOffice(TabulonCtrl& control, bool json) {
 void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
   auto convert = std::make_shared<ConvertOptions>();
   CLI::App* convert_cmd = parser.add_subcommand(
-      "convert",
-      Describe("Convert workbooks (or text files) to another format: all their sheets, or the ones named.\n"
-               "  tabulon convert book.xlsx out.csv     the format from the target's extension\n"
-               "  tabulon convert -t csv book.xlsx -    CSV text on standard output\n"
-               "  tabulon convert a.xlsx b.ods FOLDER   each into FOLDER, on one warm office\n"
-               "  tabulon convert -t pdf book.xlsx FOLDER/\n"
-               "Formats: " + FormatNames() + ".",
-               "OpenXLSSaveAs"));
+      "convert", Describe("Convert workbooks or text files to another format, all sheets or the ones named",
+                          "OpenXLSSaveAs"));
+  convert_cmd->footer(
+      "Examples:\n"
+      "  tabulon convert book.xlsx out.csv     the format from the target's extension\n"
+      "  tabulon convert -t csv book.xlsx -    CSV text on standard output\n"
+      "  tabulon convert a.xlsx b.ods FOLDER   each into FOLDER, on one warm office\n"
+      "  tabulon convert -t pdf book.xlsx FOLDER/\n"
+      "Formats: " + FormatNames() + ".");
   convert_cmd->add_option("paths", convert->paths, "Source file(s), then the target file, folder or - (stdout)")
       ->required()
       ->expected(2, -1);

@@ -239,9 +239,9 @@ int RunJoin(const std::string& name, const JoinFunction& join, const JoinOptions
 void AddJoinCommand(CLI::App& parser, std::vector<Command>& commands, const std::string& name,
                     const std::string& help, JoinFunction join, bool titled) {
   auto o = std::make_shared<JoinOptions>();
-  CLI::App* sub = parser.add_subcommand(
-      name, help + ". A source may be a pattern in quotes ('data/*.csv'), matched in name order; the output "
-                   "is never joined to itself");
+  CLI::App* sub = parser.add_subcommand(name, help);
+  sub->footer("A source may be a pattern in quotes ('data/*.csv'), matched in name order; the output is never "
+              "joined to itself.");
   sub->ignore_case();
   sub->add_option("paths", o->paths, "The files to join, in order (- for standard input), then the output file "
                                      "(- for standard output)")

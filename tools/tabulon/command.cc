@@ -34,7 +34,8 @@ int UnknownCommand(CLI::App& app, const std::string& word);
 
 int Help(CLI::App& app, const std::string& topic) {
   if (topic.empty()) {
-    Out() << app.help();
+    // app.help() would describe the subcommand parsed: help itself.
+    Out() << app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
     return kExitSuccess;
   }
   for (CLI::App* sub : app.get_subcommands({})) {

@@ -64,6 +64,7 @@ void Man(CLI::App& app, std::ostream& out) {
       << "\n.SH COMMANDS\n";
   for (CLI::App* command : Visible(app)) {
     out << ".SS " << Roff(Synopsis(*command)) << "\n" << Roff(command->get_description()) << "\n";
+    if (!command->get_footer().empty()) out << ".PP\n" << Roff(command->get_footer()) << "\n";
     for (const CLI::Option* o : command->get_options()) {
       if (o->get_lnames() == std::vector<std::string>{"help"}) continue;
       std::string name = o->get_positional() ? o->get_name() : o->get_name(false, true);
