@@ -246,6 +246,50 @@ TEST(CliOffice, ConvertPrintsTheCreatedFiles) {
   EXPECT_EQ(several.out, dir / "many/quarterly.xlsx" + "\n" + dir / "many/quarterly.xlsx" + "\n");
 }
 
+// The target says the format; a folder takes one source as it takes many;
+// "-" and /dev/stdout get the text; --json lists what was written. One
+// batch, so that one office serves every line.
+TEST(CliOffice, TargetsDecideFormatAndPlace) {
+  Folder dir;
+  const std::string sample = TABULON_SAMPLE;
+  fs::create_directories(dir / "out");
+  std::ofstream(dir / "lines") << "convert -s 1 " << sample << " " << dir / "one.xlsx" << "\n"
+                               << "convert -t csv -m " << sample << " " << dir / "out" << "\n"
+                               << "convert -s 2 -r A1:B2 " << sample << " -\n"
+                               << "convert -s 2 -r A2:B2 " << sample << " /dev/stdout\n"
+                               << "convert --json -m -s 1-2 " << sample << " " << dir / "j.csv" << "\n";
+  const Result r = Tabulon("batch " + dir / "lines");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.out, dir / "one.xlsx\n" +                                                     //
+                       dir / "out/quarterly-North.csv\n" + dir / "out/quarterly-South.csv\n" +  //
+                       dir / "out/quarterly-Notes.csv\n" +                                  //
+                       "Month,Units\r\nJanuary,87\r\n" +                                    //
+                       ",\r\nJanuary,87\r\n" +  // the range keeps its place: row 1 is empty
+                       "{\"command\":\"convert\",\"code\":0,\"files\":[\"" + dir / "j-1.csv" + "\",\"" +
+                       dir / "j-2.csv" + "\"],\"sheets\":[\"North\",\"South\"],\"failures\":[]}\n");
+  EXPECT_EQ(Read(dir / "one.xlsx").substr(0, 2), "PK");
+  EXPECT_TRUE(fs::is_symlink("/dev/stdout") || !fs::exists("/dev/stdout"));
+}
+
+// A text source that is not UTF-8 is read as Windows-1252, or in the
+// encoding named; valid UTF-8 is left alone; the user's file stays as it was.
+TEST(CliOffice, TextSourcesNotInUtf8AreReadAsWindows1252) {
+  Folder dir;
+  const std::string latin = "name,city\nJos\xe9,M\xfcnchen \x80\n";
+  std::ofstream(dir / "latin.csv", std::ios::binary) << latin;
+  std::ofstream(dir / "utf8.csv", std::ios::binary) << "name\nJos\xc3\xa9\n";
+  std::ofstream(dir / "lines") << "convert " << dir / "latin.csv" << " -\n"
+                               << "convert --encoding cp850 -r A2 " << dir / "latin.csv" << " -\n"
+                               << "convert " << dir / "utf8.csv" << " -\n";
+  const Result r = Tabulon("batch " + dir / "lines");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  // In code page 850, E9 is U+00DA.
+  EXPECT_EQ(r.out, "name,city\r\nJos\xc3\xa9,M\xc3\xbcnchen \xe2\x82\xac\r\n"
+                   "\r\nJos\xc3\x9a\r\n"  // A2 keeps its place below an empty row
+                   "name\r\nJos\xc3\xa9\r\n");
+  EXPECT_EQ(Read(dir / "latin.csv"), latin);
+}
+
 TEST(CliOffice, SheetsAndOffice) {
   const Result sheets = Tabulon(std::string("sheets ") + TABULON_SAMPLE);
   EXPECT_EQ(sheets.exit_code, 0);

@@ -48,12 +48,13 @@ TEST_F(CopyDataCli, UsageErrorsExitTwo) {
 TEST_F(CopyDataCli, ArgumentFailuresNeedNoOffice) {
   const Result missing = Tabulon("CopySheetData " + Path("none.xlsx") + " North '' " + Path("t.xls") + " A A1");
   EXPECT_EQ(missing.exit_code, 1);
-  EXPECT_EQ(missing.err, "tabulon: CopySheetData: -202 Original File does not exist\n");
+  EXPECT_EQ(missing.err, "tabulon: CopySheetData: -202 Original File does not exist: " + Path("none.xlsx") + "\n");
   EXPECT_TRUE(missing.out.empty());
   const Result wildcard =
       Tabulon(std::string("CopySheetData ") + TABULON_SAMPLE + " North '' '" + Path("*.xls") + "' A A1");
   EXPECT_EQ(wildcard.exit_code, 1);
-  EXPECT_EQ(wildcard.err, "tabulon: CopySheetData: -207 Target path file cannot have a wild card (i.e. *.XLS)\n");
+  EXPECT_EQ(wildcard.err,
+            "tabulon: CopySheetData: -207 Target path file cannot have a wild card (i.e. *.XLS): " + Path("*.xls") + "\n");
   EXPECT_FALSE(fs::exists(Path("*.xls")));
 }
 
@@ -76,7 +77,7 @@ TEST_F(CopyDataCli, CopiesPrintNothingAndABatchStacksThemOnOneWarmOffice) {
   EXPECT_TRUE(batch.out.empty());
   EXPECT_EQ(batch.err,
             "tabulon: CopySheetData: -205 Target Sheet does not exist, be sure the 'Add sheets if necessary option' "
-            "is set to True\ntabulon: batch: 1 of 3 commands failed\n");
+            "is set to True: " + Path("out/t.xls") + "\ntabulon: batch: 1 of 3 commands failed\n");
   EXPECT_EQ(Csv(Path("out/t.xls"), "North"),
             "Month,Units\r\nJanuary,120\r\nFebruary,110\r\nMarch,143\r\nMarch,95\r\n");
 }
