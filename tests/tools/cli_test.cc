@@ -97,6 +97,7 @@ const Case kCases[] = {
     {"csvTrimCSVFile - - < {dir}/in.csv", 0, "a,b\n\"c\",d\n", ""},
     {"csvTrimCSVFile {dir}/in.csv -", 0, "a,b\n\"c\",d\n", ""},
     {"IsFileUnicode - < {dir}/in.csv", 0, "False\n", ""},
+    {"csvTrimCSVFile - - < /dev/null", 0, "", ""},
     // Failures name their file.
     {"csvTrimCSVFile {dir}/none.csv {dir}/o.csv", 1, "",
      "tabulon: csvTrimCSVFile: -1 Input file does not exist or cannot be read: {dir}/none.csv\n"},

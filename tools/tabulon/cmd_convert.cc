@@ -295,14 +295,16 @@ void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
   convert_cmd->add_option("-s,--sheets", convert->sheets,
                           "Sheets to convert: * (all, the default), numbers 1-3,5, or names \"A\",\"B\"");
   convert_cmd->add_option("-t,--format", convert->format,
-                          "Format of the output, by name or number (default: from the target's extension)");
+                          "Format of the output, by name or number (default: from the target's extension)")
+      ->type_name("FORMAT");
   convert_cmd->add_flag("-f,--formulas", convert->formulas, "Write the formulas instead of their values");
   convert_cmd->add_flag("-m,--multi-file", convert->multi_file,
                         "Write one file per sheet, named after the sheet, even for formats that hold many");
   convert_cmd->add_option("-r,--range", convert->range, "Only this range of each sheet, e.g. A1:C10");
   convert_cmd->add_option("-d,--delimiter", convert->delimiter,
                           "Field delimiter of a text source: a character, tab, \\t or a code (default ,); "
-                          "0 opens the source as the office would");
+                          "0 opens the source as the office would")
+      ->type_name("CHAR");
   convert_cmd->add_flag("-e,--skip-empty", convert->skip_empty, "Leave out sheets that hold nothing");
   convert_cmd->add_option("--encoding", convert->encoding,
                           "Encoding of text sources: auto (UTF-8, or Windows-1252 where not valid UTF-8; "

@@ -266,12 +266,12 @@ void AddTextCommands(CLI::App& parser, std::vector<Command>& commands) {
       sub->add_option(command.args[i].name, (*args)[i], command.args[i].help)->required();
     }
     if (command.name == "csvPadForFixedLengthFields") {
-      sub->add_option("-l,--length", options->length, "The length to pad to, 1 to 65536")->required();
+      sub->add_option("-l,--length", options->length, "The length to pad to, 1 to 65536")->required()->type_name("N");
       sub->add_flag("--pad-left", options->pad_left, "Pad before the text instead of after it");
     }
     if (command.name == "ConcatenateTwoTextFilesEx") {
-      sub->add_option("--page-break", options->page_break, "1: put a page break (form feed) before the text");
-      sub->add_option("--place-path", options->place_path, "1: put a line with the second file's path before it");
+      sub->add_option("--page-break", options->page_break, "1: put a page break (form feed) before the text")->type_name("N");
+      sub->add_option("--place-path", options->place_path, "1: put a line with the second file's path before it")->type_name("N");
     }
     AddJsonFlag(*sub, options->json);
     // The table and the options stay alive with every runner.

@@ -45,10 +45,12 @@ std::string TextSource(const std::string& given, TempFolder& temp, const std::st
   if (folder.empty()) return {};
   const std::string path = folder + "/" + name;
   std::ofstream out(path, std::ios::binary);
-  out << In().rdbuf();
-  // An empty standard input sets failbit on the copy: still an empty file.
+  std::vector<char> buffer(1 << 16);
+  while (In().read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || In().gcount() > 0) {
+    out.write(buffer.data(), In().gcount());
+  }
   out.flush();
-  if (!out.good() && !In().eof()) {
+  if (!out.good() || In().bad()) {
     error = "cannot save standard input to " + path;
     return {};
   }
@@ -80,7 +82,11 @@ bool CopyInto(const std::string& file, const std::string& target, std::string& e
     return false;
   }
   if (target == "-") {
-    Out() << in.rdbuf();
+    // Block by block: streaming an empty file would mark stdout failed.
+    std::vector<char> buffer(1 << 16);
+    while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
+      Out().write(buffer.data(), in.gcount());
+    }
     Out().flush();
     if (!Out().good()) {
       error = "cannot write standard output";
