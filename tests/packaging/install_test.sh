@@ -58,4 +58,9 @@ if [ -f "$build/lib/tabulon/libtabulon_sheet_dialog.so" ]; then
     exit 1
   }
 fi
+
+echo "== its manual page and bash completion"
+grep -q '^\.SS convert ' "$prefix/share/man/man1/tabulon.1"
+bash -n "$prefix/share/bash-completion/completions/tabulon"
+grep -q 'complete -o filenames -F _tabulon tabulon' "$prefix/share/bash-completion/completions/tabulon"
 echo "install_test: passed"
