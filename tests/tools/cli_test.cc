@@ -258,7 +258,8 @@ TEST(CliOffice, TargetsDecideFormatAndPlace) {
                                << "convert -t csv -m " << sample << " " << dir / "out" << "\n"
                                << "convert -s 2 -r A1:B2 " << sample << " -\n"
                                << "convert -s 2 -r A2:B2 " << sample << " /dev/stdout\n"
-                               << "convert --json -m -s 1-2 " << sample << " " << dir / "j.csv" << "\n";
+                               << "convert --json -m -s 1-2 " << sample << " " << dir / "j.csv" << "\n"
+                               << "sheets --json " << sample << "\n";
   const Result r = Tabulon("batch " + dir / "lines");
   EXPECT_EQ(r.exit_code, 0) << r.err;
   EXPECT_EQ(r.out, dir / "one.xlsx\n" +                                                     //
@@ -267,7 +268,9 @@ TEST(CliOffice, TargetsDecideFormatAndPlace) {
                        "Month,Units\r\nJanuary,87\r\n" +                                    //
                        ",\r\nJanuary,87\r\n" +  // the range keeps its place: row 1 is empty
                        "{\"command\":\"convert\",\"code\":0,\"files\":[\"" + dir / "j-1.csv" + "\",\"" +
-                       dir / "j-2.csv" + "\"],\"sheets\":[\"North\",\"South\"],\"failures\":[]}\n");
+                       dir / "j-2.csv" + "\"],\"sheets\":[\"North\",\"South\"],\"failures\":[]}\n" +
+                       "{\"command\":\"sheets\",\"code\":0,\"file\":\"" + sample +
+                       "\",\"sheets\":[\"North\",\"South\",\"Notes\"]}\n");
   EXPECT_EQ(Read(dir / "one.xlsx").substr(0, 2), "PK");
   EXPECT_TRUE(fs::is_symlink("/dev/stdout") || !fs::exists("/dev/stdout"));
 }
