@@ -58,7 +58,7 @@ const Case kCases[] = {
     {"csvTrimCSVFile a", 2, "", "tabulon: csvTrimCSVFile: output is required\nRun 'tabulon help csvTrimCSVFile' for usage.\n"},
     // Malformed and out-of-range values are usage errors.
     {"convert -d 99999999999 a.xlsx b.csv", 2, "",
-     "tabulon: convert: -d: '99999999999': a character code from 0 to 127 (ASCII) is needed\n..."},
+     "tabulon: convert: -d: '99999999999': a character code from 0 to 255 is needed\n..."},
     {"convert -d xyz a.xlsx b.csv", 2, "",
      "tabulon: convert: -d: 'xyz' is not one character, a name (tab, space, comma, semicolon, pipe) or a code\n..."},
     {"convert -t 12345 a.xlsx b.csv", 2, "", "tabulon: convert: -t: unknown format '12345'; the formats are csv (6), ..."},
@@ -76,7 +76,7 @@ const Case kCases[] = {
      "tabulon: csvChangeDelimitationCharacter: delimiter: 'xyz' is not one character, a name (tab, space, comma, "
      "semicolon, pipe) or a code\n..."},
     {"csvChangeDelimitationCharacter {dir}/in.csv {dir}/o.csv 200", 2, "",
-     "tabulon: csvChangeDelimitationCharacter: delimiter: '200': a character code from 1 to 127 (ASCII) is "
+     "tabulon: csvChangeDelimitationCharacter: delimiter: '200': a character code from 1 to 127 is "
      "needed\n..."},
     // The format: from -t or the target's extension, or a usage error.
     {"convert a.xlsx b.foo", 2, "",

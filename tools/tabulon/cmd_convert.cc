@@ -111,7 +111,7 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   std::optional<int> delimiter;
   if (!o.delimiter.empty()) {
     std::string error;
-    delimiter = ParseCharacter(o.delimiter, 0, error);
+    delimiter = ParseCharacter(o.delimiter, 0, 255, error);
     if (!delimiter) return UsageError("convert", "-d: " + error);
   }
   if (!IsRange(o.range)) return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");

@@ -182,7 +182,7 @@ int RunText(TabulonCtrl& control, const TextCommand& command, const Values& give
         break;
       case Role::kChar: {
         if (given[i].empty()) break;  // the method says what it makes of nothing
-        const std::optional<int> code = ParseCharacter(given[i], 1, error);
+        const std::optional<int> code = ParseCharacter(given[i], 1, 127, error);
         if (!code) return UsageError(name, arg.name + ": " + error);
         values[i] = std::string(1, static_cast<char>(*code));
         break;

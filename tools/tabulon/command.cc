@@ -288,7 +288,7 @@ int ReportJson(const std::string& command, int32_t code, const std::string& mess
   return ReportFile(command, code, message, file);
 }
 
-std::optional<int> ParseCharacter(const std::string& text, int min_code, std::string& error) {
+std::optional<int> ParseCharacter(const std::string& text, int min_code, int max_code, std::string& error) {
   static const std::pair<const char*, int> kNames[] = {{"\\t", 9},        {"tab", 9},        {"space", 32},
                                                        {"comma", 44},      {"semicolon", 59}, {"pipe", 124}};
   for (const auto& [name, code] : kNames) {
@@ -300,15 +300,16 @@ std::optional<int> ParseCharacter(const std::string& text, int min_code, std::st
                    text.find_first_not_of("0123456789abcdefABCDEF", 2) == std::string::npos;
   if (digits || hex) {
     const std::string number = digits ? text : text.substr(2);
-    code = number.size() > 4 ? 1000 : std::stoi(number, nullptr, digits ? 10 : 16);
+    code = number.size() > 4 ? 100000 : std::stoi(number, nullptr, digits ? 10 : 16);
   } else if (text.size() == 1) {
     code = static_cast<unsigned char>(text[0]);
   } else {
     error = "'" + text + "' is not one character, a name (tab, space, comma, semicolon, pipe) or a code";
     return std::nullopt;
   }
-  if (code < min_code || code > 127) {
-    error = "'" + text + "': a character code from " + std::to_string(min_code) + " to 127 (ASCII) is needed";
+  if (code < min_code || code > max_code) {
+    error = "'" + text + "': a character code from " + std::to_string(min_code) + " to " + std::to_string(max_code) +
+            " is needed";
     return std::nullopt;
   }
   return code;

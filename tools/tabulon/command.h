@@ -99,10 +99,11 @@ int ReportFile(const std::string& command, int32_t code, const std::string& mess
 // A character argument (a delimiter, a replacement, a pad character), the
 // same in every command: the character itself; "\t", "tab", "space",
 // "comma", "semicolon", "pipe"; or its code, decimal ("9", "59") or hex
-// ("0x09"). Codes run from `min_code` (0 where 0 means something) to 127
-// (the text library reads ASCII only). A single digit is a code: no one
-// separates fields with a digit. nullopt, with `error` set, otherwise.
-std::optional<int> ParseCharacter(const std::string& text, int min_code, std::string& error);
+// ("0x09"). Codes run from `min_code` (0 where 0 means something) to
+// `max_code` (127 for the text library, which reads ASCII only; 255 for
+// the office, which reads Latin-1 delimiters). A single digit is a code: no
+// one separates fields with a digit. nullopt, with `error` set, otherwise.
+std::optional<int> ParseCharacter(const std::string& text, int min_code, int max_code, std::string& error);
 
 // A whole number option's value, checked against [min, max]; nullopt with
 // `error` set for anything else ("xyz", "9999999999", "1.5").
