@@ -45,23 +45,26 @@ const Case kCases[] = {
     {"csvtrim a b", 2, "",
      "tabulon: unknown command 'csvtrim' (did you mean 'csvTrimCSVFile'?)\nRun 'tabulon help' for the list of "
      "commands.\n"},
-    {"nosuchcommand", 2, "", "tabulon: unknown command 'nosuchcommand'\nRun 'tabulon help' for the list of commands.\n"},
+    {"nosuchcommand", 2, "",
+     "tabulon: unknown command 'nosuchcommand'\nRun 'tabulon help' for the list of commands.\n"},
     {"help conver", 2, "",
      "tabulon: unknown command 'conver' (did you mean 'convert'?)\nRun 'tabulon help' for the list of commands.\n"},
     {"--bogus", 2, "", "tabulon: unknown option '--bogus'\nRun 'tabulon help' for usage.\n"},
-    {"convert --bogus", 2, "",
-     "tabulon: convert: unknown option '--bogus'\nRun 'tabulon help convert' for usage.\n"},
+    {"convert --bogus", 2, "", "tabulon: convert: unknown option '--bogus'\nRun 'tabulon help convert' for usage.\n"},
     {"convert --formt csv a b", 2, "",
      "tabulon: convert: unknown option '--formt' (did you mean '--format'?)\nRun 'tabulon help convert' for "
      "usage.\n"},
-    {"convert only-one-path", 2, "", "tabulon: convert: paths: At least 2 required but received 1\nRun 'tabulon help convert' for usage.\n"},
-    {"csvTrimCSVFile a", 2, "", "tabulon: csvTrimCSVFile: output is required\nRun 'tabulon help csvTrimCSVFile' for usage.\n"},
+    {"convert only-one-path", 2, "",
+     "tabulon: convert: paths: At least 2 required but received 1\nRun 'tabulon help convert' for usage.\n"},
+    {"csvTrimCSVFile a", 2, "",
+     "tabulon: csvTrimCSVFile: output is required\nRun 'tabulon help csvTrimCSVFile' for usage.\n"},
     // Malformed and out-of-range values are usage errors.
     {"convert -d 99999999999 a.xlsx b.csv", 2, "",
      "tabulon: convert: -d: '99999999999': a character code from 0 to 255 is needed\n..."},
     {"convert -d xyz a.xlsx b.csv", 2, "",
      "tabulon: convert: -d: 'xyz' is not one character, a name (tab, space, comma, semicolon, pipe) or a code\n..."},
-    {"convert -t 12345 a.xlsx b.csv", 2, "", "tabulon: convert: -t: unknown format '12345'; the formats are csv (6), ..."},
+    {"convert -t 12345 a.xlsx b.csv", 2, "",
+     "tabulon: convert: -t: unknown format '12345'; the formats are csv (6), ..."},
     {"convert -r nonsense a.xlsx b.csv", 2, "",
      "tabulon: convert: -r: 'nonsense' is not a range such as A1:C10, A:C or 1:3\n..."},
     {"convert --encoding nosuch a.csv b.xlsx", 2, "", "tabulon: convert: --encoding: unknown encoding 'nosuch'\n..."},
@@ -81,7 +84,8 @@ const Case kCases[] = {
     // The format: from -t or the target's extension, or a usage error.
     {"convert a.xlsx b.foo", 2, "",
      "tabulon: convert: the format cannot be told from the target's extension '.foo'; give it with -t FORMAT\n..."},
-    {"convert a.xlsx {dir}", 2, "", "tabulon: convert: the format cannot be told from a folder; give it with -t FORMAT\n..."},
+    {"convert a.xlsx {dir}", 2, "",
+     "tabulon: convert: the format cannot be told from a folder; give it with -t FORMAT\n..."},
     {"convert -t xlsx a.xlsx -", 2, "",
      "tabulon: convert: only a text format (csv, txt, prn) can be written to -\n..."},
     {"convert --json a.xlsx -", 2, "",
@@ -254,18 +258,21 @@ TEST(CliOffice, TargetsDecideFormatAndPlace) {
   Folder dir;
   const std::string sample = TABULON_SAMPLE;
   fs::create_directories(dir / "out");
-  std::ofstream(dir / "lines") << "convert -s 1 " << sample << " " << dir / "one.xlsx" << "\n"
-                               << "convert -t csv -m " << sample << " " << dir / "out" << "\n"
+  std::ofstream(dir / "lines") << "convert -s 1 " << sample << " " << dir / "one.xlsx"
+                               << "\n"
+                               << "convert -t csv -m " << sample << " " << dir / "out"
+                               << "\n"
                                << "convert -s 2 -r A1:B2 " << sample << " -\n"
                                << "convert -s 2 -r A2:B2 " << sample << " /dev/stdout\n"
-                               << "convert --json -m -s 1-2 " << sample << " " << dir / "j.csv" << "\n"
+                               << "convert --json -m -s 1-2 " << sample << " " << dir / "j.csv"
+                               << "\n"
                                << "sheets --json " << sample << "\n";
   const Result r = Tabulon("batch " + dir / "lines");
   EXPECT_EQ(r.exit_code, 0) << r.err;
-  EXPECT_EQ(r.out, dir / "one.xlsx\n" +                                                     //
+  EXPECT_EQ(r.out, dir / "one.xlsx\n" +                                                         //
                        dir / "out/quarterly-North.csv\n" + dir / "out/quarterly-South.csv\n" +  //
-                       dir / "out/quarterly-Notes.csv\n" +                                  //
-                       "Month,Units\r\nJanuary,87\r\n" +                                    //
+                       dir / "out/quarterly-Notes.csv\n" +                                      //
+                       "Month,Units\r\nJanuary,87\r\n" +                                        //
                        ",\r\nJanuary,87\r\n" +  // the range keeps its place: row 1 is empty
                        "{\"command\":\"convert\",\"code\":0,\"files\":[\"" + dir / "j-1.csv" + "\",\"" +
                        dir / "j-2.csv" + "\"],\"sheets\":[\"North\",\"South\"],\"failures\":[]}\n" +
@@ -282,15 +289,19 @@ TEST(CliOffice, TextSourcesNotInUtf8AreReadAsWindows1252) {
   const std::string latin = "name,city\nJos\xe9,M\xfcnchen \x80\n";
   std::ofstream(dir / "latin.csv", std::ios::binary) << latin;
   std::ofstream(dir / "utf8.csv", std::ios::binary) << "name\nJos\xc3\xa9\n";
-  std::ofstream(dir / "lines") << "convert " << dir / "latin.csv" << " -\n"
-                               << "convert --encoding cp850 -r A2 " << dir / "latin.csv" << " -\n"
-                               << "convert " << dir / "utf8.csv" << " -\n";
+  std::ofstream(dir / "lines") << "convert " << dir / "latin.csv"
+                               << " -\n"
+                               << "convert --encoding cp850 -r A2 " << dir / "latin.csv"
+                               << " -\n"
+                               << "convert " << dir / "utf8.csv"
+                               << " -\n";
   const Result r = Tabulon("batch " + dir / "lines");
   EXPECT_EQ(r.exit_code, 0) << r.err;
   // In code page 850, E9 is U+00DA.
-  EXPECT_EQ(r.out, "name,city\r\nJos\xc3\xa9,M\xc3\xbcnchen \xe2\x82\xac\r\n"
-                   "\r\nJos\xc3\x9a\r\n"  // A2 keeps its place below an empty row
-                   "name\r\nJos\xc3\xa9\r\n");
+  EXPECT_EQ(r.out,
+            "name,city\r\nJos\xc3\xa9,M\xc3\xbcnchen \xe2\x82\xac\r\n"
+            "\r\nJos\xc3\x9a\r\n"  // A2 keeps its place below an empty row
+            "name\r\nJos\xc3\xa9\r\n");
   EXPECT_EQ(Read(dir / "latin.csv"), latin);
 }
 

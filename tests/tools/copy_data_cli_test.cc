@@ -53,8 +53,8 @@ TEST_F(CopyDataCli, ArgumentFailuresNeedNoOffice) {
   const Result wildcard =
       Tabulon(std::string("CopySheetData ") + TABULON_SAMPLE + " North '' '" + Path("*.xls") + "' A A1");
   EXPECT_EQ(wildcard.exit_code, 1);
-  EXPECT_EQ(wildcard.err,
-            "tabulon: CopySheetData: -207 Target path file cannot have a wild card (i.e. *.XLS): " + Path("*.xls") + "\n");
+  EXPECT_EQ(wildcard.err, "tabulon: CopySheetData: -207 Target path file cannot have a wild card (i.e. *.XLS): " +
+                              Path("*.xls") + "\n");
   EXPECT_FALSE(fs::exists(Path("*.xls")));
 }
 
@@ -77,7 +77,8 @@ TEST_F(CopyDataCli, CopiesPrintNothingAndABatchStacksThemOnOneWarmOffice) {
   EXPECT_TRUE(batch.out.empty());
   EXPECT_EQ(batch.err,
             "tabulon: CopySheetData: -205 Target Sheet does not exist, be sure the 'Add sheets if necessary option' "
-            "is set to True: " + Path("out/t.xls") + "\ntabulon: batch: 1 of 3 commands failed\n");
+            "is set to True: " +
+                Path("out/t.xls") + "\ntabulon: batch: 1 of 3 commands failed\n");
   EXPECT_EQ(Csv(Path("out/t.xls"), "North"),
             "Month,Units\r\nJanuary,120\r\nFebruary,110\r\nMarch,143\r\nMarch,95\r\n");
 }

@@ -26,7 +26,11 @@ TEST(CliEncoding, TellsValidUtf8AndByteOrderMarks) {
       {"ascii", "a,b\r\n", true},
       {"two-byte", "Jos\xc3\xa9", true},
       {"four-byte", "\xf0\x9f\x98\x80", true},
-      {"utf-16 mark", std::string("\xff\xfe" "a\0", 4), true},
+      {"utf-16 mark",
+       std::string("\xff\xfe"
+                   "a\0",
+                   4),
+       true},
       {"latin-1 e-acute", "Jos\xe9", false},
       {"cp1252 euro", "\x80", false},
       {"cut at the end", "ab\xc3", false},

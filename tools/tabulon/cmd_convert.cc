@@ -75,7 +75,8 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   std::optional<Format> format;
   if (!o.format.empty()) {
     format = FindFormat(o.format);
-    if (!format) return UsageError("convert", "-t: unknown format '" + o.format + "'; the formats are " + FormatNames());
+    if (!format)
+      return UsageError("convert", "-t: unknown format '" + o.format + "'; the formats are " + FormatNames());
   }
   const std::vector<std::string> sources(o.paths.begin(), o.paths.end() - 1);
   const std::string& given_target = o.paths.back();
@@ -88,8 +89,8 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   const bool special = !to_stdout && !several && IsSpecialFile(Absolute(given_target));
   const std::string destination = to_stdout || special ? std::string() : FollowLinks(Absolute(given_target));
   std::error_code ec;
-  const bool into_folder = !to_stdout && !special &&
-                           (several || fs::is_directory(destination, ec) || given_target.back() == '/');
+  const bool into_folder =
+      !to_stdout && !special && (several || fs::is_directory(destination, ec) || given_target.back() == '/');
   if (to_stdout && several) return UsageError("convert", "only one source can be written to standard output (-)");
   if (to_stdout && o.json) return UsageError("convert", "--json and the target - (standard output) exclude each other");
   if (!format) {
@@ -114,7 +115,8 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     delimiter = ParseCharacter(o.delimiter, 0, 255, error);
     if (!delimiter) return UsageError("convert", "-d: " + error);
   }
-  if (!IsRange(o.range)) return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");
+  if (!IsRange(o.range))
+    return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");
   if (!KnownEncoding(o.encoding)) return UsageError("convert", "--encoding: unknown encoding '" + o.encoding + "'");
 
   ApplyConvertProperties(control, o, delimiter);
@@ -143,7 +145,8 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
       const std::string folder = temp.Path(error);
       std::string copy = folder.empty() ? "" : folder + "/" + fs::path(source).filename().string();
       if (copy.empty() || !TranscodeToUtf8(source, copy, encoding, error)) {
-        exit_code = o.json ? ReportJson("convert", 0, error, user_source) : ReportFile("convert", 0, error, user_source);
+        exit_code =
+            o.json ? ReportJson("convert", 0, error, user_source) : ReportFile("convert", 0, error, user_source);
         continue;
       }
       source = copy;
@@ -171,11 +174,8 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     if (last_code < 0) {
       const std::string message = shown(control.get_ErrorString());
       ReportFile("convert", last_code, message, user_source);
-      failures += (failures.size() > 1 ? "," : "") + JsonObject()
-                                                         .Add("file", user_source)
-                                                         .Add("code", last_code)
-                                                         .Add("message", message)
-                                                         .str();
+      failures += (failures.size() > 1 ? "," : "") +
+                  JsonObject().Add("file", user_source).Add("code", last_code).Add("message", message).str();
       exit_code = kExitFailure;
       // Sheets that were found are written even when others were not.
       if (last_code != tabulon::kInvalidSheet) continue;
@@ -243,8 +243,7 @@ int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::stri
   }
   names.resize(static_cast<size_t>(result));
   if (json) {
-    Out() << JsonObject().Add("command", "sheets").Add("code", 0).Add("file", book).Add("sheets", names).str()
-          << "\n";
+    Out() << JsonObject().Add("command", "sheets").Add("code", 0).Add("file", book).Add("sheets", names).str() << "\n";
     return kExitSuccess;
   }
   for (const std::string& name : names) Out() << name << "\n";
@@ -280,30 +279,33 @@ int RunOffice(TabulonCtrl& control, bool json) {
 void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
   auto convert = std::make_shared<ConvertOptions>();
   CLI::App* convert_cmd = parser.add_subcommand(
-      "convert", Describe("Convert workbooks or text files to another format, all sheets or the ones named",
-                          "OpenXLSSaveAs"));
+      "convert",
+      Describe("Convert workbooks or text files to another format, all sheets or the ones named", "OpenXLSSaveAs"));
   convert_cmd->footer(
       "Examples:\n"
       "  tabulon convert book.xlsx out.csv     the format from the target's extension\n"
       "  tabulon convert -t csv book.xlsx -    CSV text on standard output\n"
       "  tabulon convert a.xlsx b.ods FOLDER   each into FOLDER, on one warm office\n"
       "  tabulon convert -t pdf book.xlsx FOLDER/\n"
-      "Formats: " + FormatNames() + ".");
+      "Formats: " +
+      FormatNames() + ".");
   convert_cmd->add_option("paths", convert->paths, "Source file(s), then the target file, folder or - (stdout)")
       ->required()
       ->expected(2, -1);
   convert_cmd->add_option("-s,--sheets", convert->sheets,
                           "Sheets to convert: * (all, the default), numbers 1-3,5, or names \"A\",\"B\"");
-  convert_cmd->add_option("-t,--format", convert->format,
-                          "Format of the output, by name or number (default: from the target's extension)")
+  convert_cmd
+      ->add_option("-t,--format", convert->format,
+                   "Format of the output, by name or number (default: from the target's extension)")
       ->type_name("FORMAT");
   convert_cmd->add_flag("-f,--formulas", convert->formulas, "Write the formulas instead of their values");
   convert_cmd->add_flag("-m,--multi-file", convert->multi_file,
                         "Write one file per sheet, named after the sheet, even for formats that hold many");
   convert_cmd->add_option("-r,--range", convert->range, "Only this range of each sheet, e.g. A1:C10");
-  convert_cmd->add_option("-d,--delimiter", convert->delimiter,
-                          "Field delimiter of a text source: a character, tab, \\t or a code (default ,); "
-                          "0 opens the source as the office would")
+  convert_cmd
+      ->add_option("-d,--delimiter", convert->delimiter,
+                   "Field delimiter of a text source: a character, tab, \\t or a code (default ,); "
+                   "0 opens the source as the office would")
       ->type_name("CHAR");
   convert_cmd->add_flag("-e,--skip-empty", convert->skip_empty, "Leave out sheets that hold nothing");
   convert_cmd->add_option("--encoding", convert->encoding,
@@ -334,9 +336,9 @@ void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
                       }});
 
   auto office_json = std::make_shared<bool>(false);
-  CLI::App* office_cmd = parser.add_subcommand(
-      "office", Describe("Tell whether the office suite is installed, and its version",
-                         "ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild"));
+  CLI::App* office_cmd =
+      parser.add_subcommand("office", Describe("Tell whether the office suite is installed, and its version",
+                                               "ExcelIsInstalled, WordIsInstalled, ExcelVersion, ExcelBuild"));
   AddJsonFlag(*office_cmd, *office_json);
   commands.push_back({office_cmd, [office_json](TabulonCtrl& control) { return RunOffice(control, *office_json); }});
 }

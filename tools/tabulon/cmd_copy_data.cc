@@ -60,8 +60,7 @@ void AddCopyCommand(CLI::App& parser, std::vector<Command>& commands, const std:
                    "The top-left cell of the destination; \"\" the same address; below or right: after the used range")
       ->required();
   command->add_flag("-f,--formulas", o->formulas, "Copy the formulas instead of their values");
-  command->add_flag("--copy-name-of-sheet", o->copy_name,
-                    "Give the target sheet the name of the sheet copied from");
+  command->add_flag("--copy-name-of-sheet", o->copy_name, "Give the target sheet the name of the sheet copied from");
   command->add_flag("--add-sheets", o->add_sheets, "Add the target sheet when the workbook lacks it");
   AddPasswordOptions(*command, o->passwords);
   commands.push_back({command, [o, name, method](TabulonCtrl& control) { return RunCopy(control, name, method, *o); }});
@@ -69,10 +68,12 @@ void AddCopyCommand(CLI::App& parser, std::vector<Command>& commands, const std:
 
 void AddCopyDataCommands(CLI::App& parser, std::vector<Command>& commands) {
   AddCopyCommand(parser, commands, "CopySheetData",
-                 Describe("Copy the cells of a range of one sheet into a sheet of another workbook, which is saved", "CopySheetData"),
+                 Describe("Copy the cells of a range of one sheet into a sheet of another workbook, which is saved",
+                          "CopySheetData"),
                  "a name, or a number that names no sheet", &TabulonCtrl::CopySheetData);
   AddCopyCommand(parser, commands, "CopySheetDataEx",
-                 Describe("Copy as CopySheetData does, for every pair of a sheet copied into and a sheet copied from", "CopySheetDataEx"),
+                 Describe("Copy as CopySheetData does, for every pair of a sheet copied into and a sheet copied from",
+                          "CopySheetDataEx"),
                  "* (all), numbers 1-3,5, or names \"A\",\"B\"", &TabulonCtrl::CopySheetDataEx);
 }
 

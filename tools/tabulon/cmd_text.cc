@@ -73,28 +73,40 @@ std::vector<TextCommand> TextCommands() {
   return {
       {"txtChangeCharacterIgnoreWithinQuotes",
        "Replace a character by another wherever it stands outside double quotes (e.g. ; back to ,)",
-       {text_in, kOut, {"char", Role::kChar, "The character to replace (a character, tab, \\t or a code)"},
+       {text_in,
+        kOut,
+        {"char", Role::kChar, "The character to replace (a character, tab, \\t or a code)"},
         {"replacement", Role::kChar, "The character to put in its place"}},
        [](C& c, Values& a, const O&) { return c.txtChangeCharacterIgnoreWithinQuotes(a[0], a[1], a[2], a[3]); }},
-      {"csvEncaseEachFieldWithQuotes", "Put every field of a CSV file in double quotes", {kIn, kOut},
+      {"csvEncaseEachFieldWithQuotes",
+       "Put every field of a CSV file in double quotes",
+       {kIn, kOut},
        [](C& c, Values& a, const O&) { return c.csvEncaseEachFieldWithQuotes(a[0], a[1]); }},
       {"csvChangeDelimitationCharacter",
        "Separate the fields of a CSV file by another character; fields holding it get quoted",
        {kIn, kOut, {"delimiter", Role::kChar, "The new delimiter (a character, tab, \\t or a code)"}},
        [](C& c, Values& a, const O&) { return c.csvChangeDelimitationCharacter(a[0], a[1], a[2]); }},
-      {"csvPadWithSpaces", "Put a space in every empty field of a CSV file", {kIn, kOut},
+      {"csvPadWithSpaces",
+       "Put a space in every empty field of a CSV file",
+       {kIn, kOut},
        [](C& c, Values& a, const O&) { return c.csvPadWithSpaces(a[0], a[1]); }},
-      {"csvRemoveEmptyLines", "Remove the records of a CSV file whose fields are all empty", {kIn, kOut},
+      {"csvRemoveEmptyLines",
+       "Remove the records of a CSV file whose fields are all empty",
+       {kIn, kOut},
        [](C& c, Values& a, const O&) { return c.csvRemoveEmptyLines(a[0], a[1]); }},
-      {"csvCropCSVFileRows", "Keep only the listed records of a CSV file",
+      {"csvCropCSVFileRows",
+       "Keep only the listed records of a CSV file",
        {kIn, kOut, {"rows", Role::kText, "Record numbers from 1, e.g. 1-3,7"}},
        [](C& c, Values& a, const O&) { return c.csvCropCSVFileRows(a[0], a[1], a[2]); }},
-      {"csvCropCSVFileCols", "Keep only the listed columns of a CSV file",
+      {"csvCropCSVFileCols",
+       "Keep only the listed columns of a CSV file",
        {kIn, kOut, {"columns", Role::kText, "Column numbers from 1, e.g. 1,3-4"}},
        [](C& c, Values& a, const O&) { return c.csvCropCSVFileCols(a[0], a[1], a[2]); }},
       {"csvPadForFixedLengthFields",
        "Pad the fields of the listed columns with a character up to a length (--length); longer ones stay",
-       {kIn, kOut, {"pad", Role::kChar, "The character to pad with (a character, space or a code)"},
+       {kIn,
+        kOut,
+        {"pad", Role::kChar, "The character to pad with (a character, space or a code)"},
         {"columns", Role::kText, "Column numbers from 1, e.g. 1,3-4; \"\" for every column"}},
        [](C& c, Values& a, const O& o) {
          int32_t length = static_cast<int32_t>(std::stol(o.length));
@@ -102,11 +114,15 @@ std::vector<TextCommand> TextCommands() {
          return c.csvPadForFixedLengthFields(a[0], a[1], length, a[2], pad_left, a[3]);
        }},
       {"csvRemoveControlCharactersFromFile",
-       "Remove line breaks and other control characters inside quoted fields, one record a line", {kIn, kOut},
+       "Remove line breaks and other control characters inside quoted fields, one record a line",
+       {kIn, kOut},
        [](C& c, Values& a, const O&) { return c.csvRemoveControlCharactersFromFile(a[0], a[1]); }},
-      {"csvTrimCSVFile", "Remove the spaces around every field of a CSV file", {kIn, kOut},
+      {"csvTrimCSVFile",
+       "Remove the spaces around every field of a CSV file",
+       {kIn, kOut},
        [](C& c, Values& a, const O&) { return c.csvTrimCSVFile(a[0], a[1]); }},
-      {"ConcatenateTwoTextFiles", "Append the text of a second file to the end of a first one, in place",
+      {"ConcatenateTwoTextFiles",
+       "Append the text of a second file to the end of a first one, in place",
        {{"file", Role::kAppendTo, "The file that grows"}, {"other", Role::kInput, "The file whose text is appended"}},
        [](C& c, Values& a, const O&) { return c.ConcatenateTwoTextFiles(a[0], a[1]); }},
       {"ConcatenateTwoTextFilesEx",
@@ -117,7 +133,9 @@ std::vector<TextCommand> TextCommands() {
          int32_t place_path = static_cast<int32_t>(std::stol(o.place_path));
          return c.ConcatenateTwoTextFilesEx(a[0], a[1], page_break, place_path);
        }},
-      {"DeleteEmptyLinesFromTextFile", "Delete the blank lines of a text file", {text_in, kOut},
+      {"DeleteEmptyLinesFromTextFile",
+       "Delete the blank lines of a text file",
+       {text_in, kOut},
        [](C& c, Values& a, const O&) { return c.DeleteEmptyLinesFromTextFile(a[0], a[1]); }},
   };
 }
@@ -134,8 +152,7 @@ std::string FileOfFailure(int32_t code, const std::vector<std::string>& inputs, 
   return inputs.empty() ? output : inputs.front();
 }
 
-int Failure(const std::string& command, int32_t code, const std::string& message, const std::string& file,
-            bool json) {
+int Failure(const std::string& command, int32_t code, const std::string& message, const std::string& file, bool json) {
   return json ? ReportJson(command, code, message, file) : ReportFile(command, code, message, file);
 }
 
@@ -193,7 +210,8 @@ int RunText(TabulonCtrl& control, const TextCommand& command, const Values& give
     }
   }
   const int32_t result = command.call(control, values, o);
-  if (result < 0) return Failure(name, result, TextResultMessage(result), FileOfFailure(result, inputs, output_given), o.json);
+  if (result < 0)
+    return Failure(name, result, TextResultMessage(result), FileOfFailure(result, inputs, output_given), o.json);
   if (output && !output->Finish(error)) return Failure(name, RAVELIN_E_WRITE, error, output_given, o.json);
   return Success(name, output ? (output->to_stdout() ? "-" : Absolute(output_given)) : Absolute(given[0]), o.json);
 }
@@ -236,15 +254,17 @@ int RunJoin(const std::string& name, const JoinFunction& join, const JoinOptions
   return Success(name, output.to_stdout() ? "-" : Absolute(output_given), o.json);
 }
 
-void AddJoinCommand(CLI::App& parser, std::vector<Command>& commands, const std::string& name,
-                    const std::string& help, JoinFunction join, bool titled) {
+void AddJoinCommand(CLI::App& parser, std::vector<Command>& commands, const std::string& name, const std::string& help,
+                    JoinFunction join, bool titled) {
   auto o = std::make_shared<JoinOptions>();
   CLI::App* sub = parser.add_subcommand(name, help);
-  sub->footer("A source may be a pattern in quotes ('data/*.csv'), matched in name order; the output is never "
-              "joined to itself.");
+  sub->footer(
+      "A source may be a pattern in quotes ('data/*.csv'), matched in name order; the output is never "
+      "joined to itself.");
   sub->ignore_case();
-  sub->add_option("paths", o->paths, "The files to join, in order (- for standard input), then the output file "
-                                     "(- for standard output)")
+  sub->add_option("paths", o->paths,
+                  "The files to join, in order (- for standard input), then the output file "
+                  "(- for standard output)")
       ->required()
       ->expected(2, -1);
   if (titled) {
@@ -270,25 +290,27 @@ void AddTextCommands(CLI::App& parser, std::vector<Command>& commands) {
       sub->add_flag("--pad-left", options->pad_left, "Pad before the text instead of after it");
     }
     if (command.name == "ConcatenateTwoTextFilesEx") {
-      sub->add_option("--page-break", options->page_break, "1: put a page break (form feed) before the text")->type_name("N");
-      sub->add_option("--place-path", options->place_path, "1: put a line with the second file's path before it")->type_name("N");
+      sub->add_option("--page-break", options->page_break, "1: put a page break (form feed) before the text")
+          ->type_name("N");
+      sub->add_option("--place-path", options->place_path, "1: put a line with the second file's path before it")
+          ->type_name("N");
     }
     AddJsonFlag(*sub, options->json);
     // The table and the options stay alive with every runner.
-    commands.push_back({sub, [table, options, args, &command](TabulonCtrl& control) {
-                          std::string error;
-                          if (command.name == "csvPadForFixedLengthFields" &&
-                              !ParseNumber(options->length, 1, 65536, error))
-                            return UsageError(command.name, "--length: " + error);
-                          if (command.name == "ConcatenateTwoTextFilesEx") {
-                            for (const auto& [flag, value] : {std::pair<const char*, std::string>{"--page-break", options->page_break},
-                                                              {"--place-path", options->place_path}}) {
-                              if (!ParseNumber(value, INT32_MIN, INT32_MAX, error))
-                                return UsageError(command.name, std::string(flag) + ": " + error);
-                            }
-                          }
-                          return RunText(control, command, *args, *options);
-                        }});
+    commands.push_back(
+        {sub, [table, options, args, &command](TabulonCtrl& control) {
+           std::string error;
+           if (command.name == "csvPadForFixedLengthFields" && !ParseNumber(options->length, 1, 65536, error))
+             return UsageError(command.name, "--length: " + error);
+           if (command.name == "ConcatenateTwoTextFilesEx") {
+             for (const auto& [flag, value] : {std::pair<const char*, std::string>{"--page-break", options->page_break},
+                                               {"--place-path", options->place_path}}) {
+               if (!ParseNumber(value, INT32_MIN, INT32_MAX, error))
+                 return UsageError(command.name, std::string(flag) + ": " + error);
+             }
+           }
+           return RunText(control, command, *args, *options);
+         }});
   }
 
   auto file = std::make_shared<std::string>();
@@ -318,25 +340,25 @@ void AddTextCommands(CLI::App& parser, std::vector<Command>& commands) {
                         return kExitSuccess;
                       }});
 
-  AddJoinCommand(parser, commands, "ConcatenateAll", "Join text files whole, one after another",
-                 [](const char* in, const char* out, const std::string&) { return ConcatenateAll(in, out); }, false);
-  AddJoinCommand(parser, commands, "ConcatenateAllSkipFirstLine",
-                 "Join CSV files that each start with the same header line, keeping only the first one's",
-                 [](const char* in, const char* out, const std::string&) {
-                   return ConcatenateAllSkipFirstLine(in, out);
-                 },
-                 false);
-  AddJoinCommand(parser, commands, "ConcatenateSpreadsheet",
-                 "Join CSV files, leaving out a later file's first line where it repeats the first file's header",
-                 [](const char* in, const char* out, const std::string&) { return ConcatenateSpreadsheet(in, out); },
-                 false);
-  AddJoinCommand(parser, commands, "ConcatenateSpreadsheetAddColumnWithOriginalFileName",
-                 "Join CSV files as ConcatenateSpreadsheet does, adding a last field with the name of the file "
-                 "each record came from",
-                 [](const char* in, const char* out, const std::string& title) {
-                   return ConcatenateSpreadsheetAddColumnWithOriginalFileName(in, out, title.c_str());
-                 },
-                 true);
+  AddJoinCommand(
+      parser, commands, "ConcatenateAll", "Join text files whole, one after another",
+      [](const char* in, const char* out, const std::string&) { return ConcatenateAll(in, out); }, false);
+  AddJoinCommand(
+      parser, commands, "ConcatenateAllSkipFirstLine",
+      "Join CSV files that each start with the same header line, keeping only the first one's",
+      [](const char* in, const char* out, const std::string&) { return ConcatenateAllSkipFirstLine(in, out); }, false);
+  AddJoinCommand(
+      parser, commands, "ConcatenateSpreadsheet",
+      "Join CSV files, leaving out a later file's first line where it repeats the first file's header",
+      [](const char* in, const char* out, const std::string&) { return ConcatenateSpreadsheet(in, out); }, false);
+  AddJoinCommand(
+      parser, commands, "ConcatenateSpreadsheetAddColumnWithOriginalFileName",
+      "Join CSV files as ConcatenateSpreadsheet does, adding a last field with the name of the file "
+      "each record came from",
+      [](const char* in, const char* out, const std::string& title) {
+        return ConcatenateSpreadsheetAddColumnWithOriginalFileName(in, out, title.c_str());
+      },
+      true);
 }
 
 const CommandGroup kText(100, AddTextCommands);

@@ -1,9 +1,9 @@
 #include "command.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -264,9 +264,7 @@ int Report(const std::string& command, int32_t code, const std::string& message)
   return kExitFailure;
 }
 
-std::string Describe(const std::string& what, const std::string& method) {
-  return what + " [" + method + "]";
-}
+std::string Describe(const std::string& what, const std::string& method) { return what + " [" + method + "]"; }
 
 int UsageError(const std::string& command, const std::string& message) {
   Err() << "tabulon: " << command << ": " << message << "\nRun 'tabulon help " << command << "' for usage.\n";
@@ -276,7 +274,8 @@ int UsageError(const std::string& command, const std::string& message) {
 int ReportFile(const std::string& command, int32_t code, const std::string& message, const std::string& file) {
   // A message that ends with the path (or holds it, folders and all)
   // names it already.
-  const bool named = message.size() >= file.size() && message.compare(message.size() - file.size(), file.size(), file) == 0;
+  const bool named =
+      message.size() >= file.size() && message.compare(message.size() - file.size(), file.size(), file) == 0;
   if (file.empty() || named || (file.find('/') != std::string::npos && message.find(file) != std::string::npos))
     return Report(command, code, message);
   return Report(command, code, message + ": " + file);
@@ -289,8 +288,8 @@ int ReportJson(const std::string& command, int32_t code, const std::string& mess
 }
 
 std::optional<int> ParseCharacter(const std::string& text, int min_code, int max_code, std::string& error) {
-  static const std::pair<const char*, int> kNames[] = {{"\\t", 9},        {"tab", 9},        {"space", 32},
-                                                       {"comma", 44},      {"semicolon", 59}, {"pipe", 124}};
+  static const std::pair<const char*, int> kNames[] = {{"\\t", 9},    {"tab", 9},        {"space", 32},
+                                                       {"comma", 44}, {"semicolon", 59}, {"pipe", 124}};
   for (const auto& [name, code] : kNames) {
     if (Lower(text) == name) return code;
   }

@@ -55,12 +55,14 @@ void Man(CLI::App& app, std::ostream& out) {
       << ".SH NAME\ntabulon \\- " << Roff("jobs on spreadsheet and delimited text files") << "\n"
       << ".SH SYNOPSIS\n.B tabulon\n.I command\n[options] [arguments]\n"
       << ".SH DESCRIPTION\n"
-      << Roff("Where a command runs a method of the control by another name, the method is named in "
-              "brackets at the end of its description. Standard output carries data (created files, sheet names, answers; with --json one "
-              "JSON object), standard error the failures, as \"tabulon: command: code message\" naming the file. "
-              "A path \"-\" reads standard input or writes standard output where a command reads or writes text. "
-              "Characters (delimiters, replacements) are given as the character, a name (tab, space, comma, "
-              "semicolon, pipe), \\t, or a code (9, 0x09).")
+      << Roff(
+             "Where a command runs a method of the control by another name, the method is named in "
+             "brackets at the end of its description. Standard output carries data (created files, sheet names, "
+             "answers; with --json one "
+             "JSON object), standard error the failures, as \"tabulon: command: code message\" naming the file. "
+             "A path \"-\" reads standard input or writes standard output where a command reads or writes text. "
+             "Characters (delimiters, replacements) are given as the character, a name (tab, space, comma, "
+             "semicolon, pipe), \\t, or a code (9, 0x09).")
       << "\n.SH COMMANDS\n";
   for (CLI::App* command : Visible(app)) {
     out << ".SS " << Roff(Synopsis(*command)) << "\n" << Roff(command->get_description()) << "\n";
@@ -77,9 +79,10 @@ void Man(CLI::App& app, std::ostream& out) {
   out << ".SH EXIT STATUS\n0 success; 1 a failure the command reports (a negative result code); 2 a usage "
          "error.\n"
       << ".SH ENVIRONMENT\n"
-      << Roff("TABULON_INPUT_PASSWORD, TABULON_INPUT_PASSWORD_TW, TABULON_OUTPUT_PASSWORD, "
-              "TABULON_OUTPUT_PASSWORD_TW: the passwords of the commands that take them, kept out of the "
-              "process list.")
+      << Roff(
+             "TABULON_INPUT_PASSWORD, TABULON_INPUT_PASSWORD_TW, TABULON_OUTPUT_PASSWORD, "
+             "TABULON_OUTPUT_PASSWORD_TW: the passwords of the commands that take them, kept out of the "
+             "process list.")
       << "\n";
 }
 

@@ -32,10 +32,10 @@ bool IsUtf8Name(const std::string& name) {
 // Windows-1252 bytes 0x80 to 0x9F; the five the code page leaves undefined
 // map to the C1 control of the same value, as the platform's own
 // conversion does. Every other byte is its Latin-1 code point.
-constexpr char32_t kHigh1252[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+constexpr char32_t kHigh1252[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                    0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                    0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 void AppendUtf8(char32_t c, std::string& out) {
   if (c < 0x80) {
@@ -87,8 +87,8 @@ bool TranscodeIconv(std::ifstream& in, std::ofstream& out, const std::string& en
     const size_t result = iconv(cd, &from, &from_left, &to, &to_left);
     out.write(converted.data(), static_cast<std::streamsize>(converted.size() - to_left));
     if (result == static_cast<size_t>(-1) && (errno == EILSEQ || (errno == EINVAL && last))) {
-      error = "a byte at offset " + std::to_string(offset + static_cast<uint64_t>(from - buffer.data())) +
-              " is not " + encoding + " text";
+      error = "a byte at offset " + std::to_string(offset + static_cast<uint64_t>(from - buffer.data())) + " is not " +
+              encoding + " text";
       ok = false;
     }
     offset += static_cast<uint64_t>(from - buffer.data());
@@ -155,8 +155,7 @@ bool IsUtf8OrMarked(const std::string& path) {
   return pending == 0;
 }
 
-bool TranscodeToUtf8(const std::string& from, const std::string& to, const std::string& encoding,
-                     std::string& error) {
+bool TranscodeToUtf8(const std::string& from, const std::string& to, const std::string& encoding, std::string& error) {
   std::ifstream in(from, std::ios::binary);
   if (!in) {
     error = "cannot read " + from;
@@ -168,7 +167,7 @@ bool TranscodeToUtf8(const std::string& from, const std::string& to, const std::
     return false;
   }
   const bool ok = IsWindows1252(encoding) || Lower(encoding) == "auto" ? Transcode1252(in, out)
-                                                                        : TranscodeIconv(in, out, encoding, error);
+                                                                       : TranscodeIconv(in, out, encoding, error);
   if (ok) return true;
   if (error.empty()) error = "cannot write " + to;
   return false;

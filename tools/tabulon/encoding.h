@@ -22,8 +22,7 @@ bool IsUtf8OrMarked(const std::string& path);
 
 // Writes `from` decoded from `encoding` as UTF-8 into `to`. False with
 // `error` set on failure (a byte the encoding does not define).
-bool TranscodeToUtf8(const std::string& from, const std::string& to, const std::string& encoding,
-                     std::string& error);
+bool TranscodeToUtf8(const std::string& from, const std::string& to, const std::string& encoding, std::string& error);
 
 // Whether a source is text the office reads through its text filter (by
 // the extension, as the office's loader tells it).

@@ -9,7 +9,7 @@ namespace tabulon::cli {
 namespace {
 
 constexpr Format kFormats[] = {
-    {"csv", 6, "csv", true},       {"csv-utf8", 62, "csv", true}, {"csv-windows", 23, "csv", true},
+    {"csv", 6, "csv", true},        {"csv-utf8", 62, "csv", true}, {"csv-windows", 23, "csv", true},
     {"csv-msdos", 24, "csv", true}, {"csv-mac", 22, "csv", true},  {"txt", 20, "txt", true},
     {"tsv", 20, "txt", true},       {"unicode", 42, "txt", true},  {"prn", 36, "prn", true},
     {"xlsx", 51, "xlsx", false},    {"xlsm", 52, "xlsm", false},   {"xltx", 54, "xltx", false},
