@@ -182,8 +182,25 @@ TEST(CliContract, ManPageAndCompletionCoverEveryCommand) {
     EXPECT_NE(man.out.find(".SS " + std::string(command) + " "), std::string::npos) << command;
     EXPECT_NE(bash.out.find(" " + std::string(command) + ") options="), std::string::npos) << command;
   }
-  EXPECT_NE(bash.out.find("--multi-file"), std::string::npos);
   EXPECT_NE(bash.out.find("complete -o filenames -F _tabulon tabulon"), std::string::npos);
+
+  // The script completes in bash: commands, a command's options, help's topics.
+  Folder dir;
+  std::ofstream(dir / "tabulon.bash") << bash.out;
+  const auto complete = [&](const std::string& words, int index) {
+    const std::string script = dir / "complete.sh";
+    std::ofstream(script) << "source " << dir / "tabulon.bash" << "\nCOMP_WORDS=(" << words
+                          << ")\nCOMP_CWORD=" << index << "\n_tabulon\necho \"${COMPREPLY[*]}\"\n";
+    FILE* pipe = popen(("bash " + script).c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+    pclose(pipe);
+    return out;
+  };
+  EXPECT_EQ(complete("tabulon conv", 1), "convert\n");
+  EXPECT_EQ(complete("tabulon convert --multi", 2), "--multi-file\n");
+  EXPECT_EQ(complete("tabulon help csvTrim", 2), "csvTrimCSVFile\n");
 }
 
 // No output is renamed over what is not a regular file: a device or a pipe

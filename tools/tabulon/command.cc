@@ -184,6 +184,11 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
   app.name("tabulon");
   app.set_version_flag("--version", std::string("tabulon ") + TABULON_VERSION);
   app.require_subcommand(0, 1);
+  app.footer(
+      "Data goes to standard output, failures to standard error as \"tabulon: <command>: <code> <message>\";\n"
+      "exit status 0 success, 1 a failure, 2 a usage error. A path - reads standard input or writes standard\n"
+      "output where a command reads or writes text; --json prints a command's result as JSON.\n"
+      "Run 'tabulon help <command>' for a command's arguments and options.");
   app.fallthrough(false);
 
   std::string help_topic;

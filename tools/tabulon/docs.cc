@@ -103,7 +103,11 @@ void Bash(CLI::App& app, std::ostream& out) {
     out << "\" ;;\n";
   }
   out << "  esac\n"
-      << "  if [[ $cur == -* ]]; then\n"
+      << "  if [[ $command == help && $COMP_CWORD -eq 2 ]]; then\n"
+      << "    COMPREPLY=($(compgen -W \"";
+  for (CLI::App* command : Visible(app)) out << command->get_name() << " ";
+  out << "\" -- \"$cur\"))\n"
+      << "  elif [[ $cur == -* ]]; then\n"
       << "    COMPREPLY=($(compgen -W \"$options\" -- \"$cur\"))\n"
       << "  else\n"
       << "    COMPREPLY=($(compgen -f -- \"$cur\"))\n"
