@@ -50,6 +50,15 @@ using Cell = std::variant<std::monostate, double, std::string>;
 // the block.
 using Block = std::vector<std::vector<Cell>>;
 
+// What Value carries with a number. Excel gives a date or time cell's number
+// as a Date and a currency cell's as Currency, and a cell that receives one
+// shows it as a date, a time or an amount of money (en-US: 1/15/2024,
+// 2:30:00 PM, $1,234.50). Every other number (percent, fixed decimals, ...)
+// arrives plain.
+enum class ValueKind : uint8_t { kPlain, kDate, kCurrency };
+// One kind per cell of a block, like Block; an empty one: every number plain.
+using KindBlock = std::vector<std::vector<ValueKind>>;
+
 
 class Range {
  public:
@@ -72,9 +81,21 @@ class Range {
   virtual void SetValue(const Block& values) = 0;
   // One value given to a whole range fills every cell with it.
   virtual void SetValue(const Cell& value) = 0;
-  // this.Value = source.Value, for a source range of the same shape. The
-  // backend may carry the values without bringing them here.
-  virtual void CopyValueFrom(Range& source) { SetValue(source.Value()); }
+  // The kinds of the numbers Value gives (empty: all plain).
+  virtual KindBlock ValueKinds() { return {}; }
+  // Value set with the kinds the values came with: dates, times and currency
+  // take the look Excel gives them where the cell's own is General.
+  virtual void SetTypedValue(const Block& values, const KindBlock& kinds) {
+    (void)kinds;
+    SetValue(values);
+  }
+  // this.Value = source.Value, for a source range of the same shape, the
+  // kinds included. The backend may carry the values without bringing them
+  // here.
+  virtual void CopyValueFrom(Range& source) {
+    const Block values = source.Value();
+    SetTypedValue(values, source.ValueKinds());
+  }
   virtual Block Formula() = 0;
   virtual void SetFormula(const Block& formulas) = 0;
   virtual void SetFormula(const std::string& formula) = 0;

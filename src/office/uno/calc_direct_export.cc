@@ -41,10 +41,11 @@ bool HasContent(const SheetRef& sheet, const CellRect& rect, sal_Int16 flags) {
 
 }  // namespace
 
-bool CalcWorkbook::SaveCopyDirectly(const std::string& filename, const FileFormat& format, int32_t number) {
+bool CalcWorkbook::SaveCopyDirectly(const std::string& given_name, const FileFormat& format, int32_t number) {
   const UnbornState::PendingCopy copy = *unborn_.copy();
   if (!copy.source->ExportsLikeValueCopy(copy.sheet, copy.from)) return false;
-  const SaveTemporaries temporaries(filename, format.extension);
+  const std::string filename = AbsolutePath(given_name);
+  const SaveTemporaries temporaries(app_->session().profile_dir(), format.extension);
   copy.source->StoreSheetText(copy.sheet, temporaries.written, format);
   FinishTextInPlace(temporaries.written, temporaries.finished, filename, format, {});
   MoveIntoPlace(temporaries.written, filename);

@@ -60,6 +60,18 @@ void CalcRange::SetValue(const Block& values) {
   });
 }
 
+KindBlock CalcRange::ValueKinds() {
+  return Call("Range.Value", [&] { return book_->ReadKinds(sheet_, rect_); });
+}
+
+void CalcRange::SetTypedValue(const Block& values, const KindBlock& kinds) {
+  if (kinds.empty()) {
+    SetValue(values);
+    return;
+  }
+  Call("Range.Value", [&] { book_->WriteTypedValues(sheet_, rect_, values, kinds); });
+}
+
 void CalcRange::CopyValueFrom(Range& source) {
   auto* from = dynamic_cast<CalcRange*>(&source);
   CalcApplication* app = book_->app();

@@ -29,6 +29,8 @@ class CalcRange : public Range {
   Block Value() override;
   void SetValue(const Block& values) override;
   void SetValue(const Cell& value) override;
+  KindBlock ValueKinds() override;
+  void SetTypedValue(const Block& values, const KindBlock& kinds) override;
   void CopyValueFrom(Range& source) override;
   Block Formula() override;
   void SetFormula(const Block& formulas) override;

@@ -1,5 +1,6 @@
 // Workbook.SaveAs: the office's filters, and text made from the active
-// sheet, written beside the target and moved into its place.
+// sheet, written in the office's private folder and moved into the target's
+// place.
 #include <unistd.h>
 
 #include <cstring>
@@ -72,7 +73,9 @@ void CalcWorkbook::StoreSheetText(const SheetRef& sheet, const std::string& temp
   }
 }
 
-void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& options) {
+void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& options) {
+  // A relative name is the host's: the office has a working folder of its own.
+  const std::string filename = AbsolutePath(given_name);
   if (unborn_.OpenUnborn() && unborn_.copy() && !display_formulas_ && !filename.empty() &&
       options.password.value_or("").empty() && options.write_res_password.value_or("").empty()) {
     const int32_t number = options.file_format.value_or(51);
@@ -100,10 +103,11 @@ void CalcWorkbook::SaveAs(const std::string& filename, const SaveAsOptions& opti
                   "file format " + std::to_string(number) +
                       " needs the office's database drivers (libreoffice-base-drivers)");
 
-    // Written beside the target and renamed into place: a failed save leaves
-    // no half-written file and an older file of that name untouched.
-    // Some filters (dBase) need their own extension on the file.
-    const SaveTemporaries temporaries(filename, format->extension);
+    // Written in the office's private folder and moved into place: a failed
+    // or killed save leaves no half-written file and an older file of that
+    // name untouched. Some filters (dBase) need their own extension on the
+    // file.
+    const SaveTemporaries temporaries(app_->session().profile_dir(), format->extension);
     const std::string& written = temporaries.written;
     const std::string& finished = temporaries.finished;
 

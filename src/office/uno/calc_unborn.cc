@@ -61,7 +61,8 @@ void UnbornState::Bear() {
   if (copy) {
     if (copy->source->closed() || copy->source->unborn_state().unborn())
       throw Error(ErrorKind::kAutomation, "the copied workbook is gone");
-    book_->WriteValues(first_sheet_, copy->from, copy->source->ReadValues(copy->sheet, copy->from));
+    book_->WriteTypedValues(first_sheet_, copy->from, copy->source->ReadValues(copy->sheet, copy->from),
+                            copy->source->ReadKinds(copy->sheet, copy->from));
   }
   Reference<css::util::XModifiable>(book_->component(), UNO_QUERY_THROW)->setModified(!saved_);
 }

@@ -106,6 +106,12 @@ class CalcWorkbook : public Workbook {
   Block ReadValues(const SheetRef& sheet, const CellRect& rect);
   Block ReadFormulas(const SheetRef& sheet, const CellRect& rect);
   void WriteValues(const SheetRef& sheet, const CellRect& rect, const Block& values);
+
+  // ---- kinds of values (calc_value_kinds.cc) ----
+  // Which numbers of `rect` Value gives as a Date or as Currency (empty: all
+  // plain), and values written with the looks their kinds bring.
+  KindBlock ReadKinds(const SheetRef& sheet, const CellRect& rect);
+  void WriteTypedValues(const SheetRef& sheet, const CellRect& rect, const Block& values, const KindBlock& kinds);
   // Writes formulas or constants as typed into cells. Formulas are read as
   // if written at `origin` + their place in the block, so relative
   // references move by the distance from there to `rect`.
@@ -130,6 +136,7 @@ class CalcWorkbook : public Workbook {
  private:
   void StoreText(const std::string& temp, const FileFormat& format);
   bool SaveCopyDirectly(const std::string& filename, const FileFormat& format, int32_t number);
+  ValueKind KindOfFormat(sal_Int32 key);
 
   CalcApplication* app_;
   uint64_t id_;

@@ -10,8 +10,10 @@ namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
 
-Workbook& CalcWorkbooks::Open(const std::string& filename, const OpenOptions& options) {
+Workbook& CalcWorkbooks::Open(const std::string& given_name, const OpenOptions& options) {
   app_->RecycleIfDue();
+  // A relative name is the host's: the office has a working folder of its own.
+  const std::string filename = AbsolutePath(given_name);
   return app_->Call("Workbooks.Open", [&]() -> Workbook& {
     WorkbookLoader::Loaded loaded = app_->loader().Load(app_->session(), filename, options);
     return app_->Adopt(std::move(loaded.component), fs::path(filename).filename().string(), filename,

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 
 #include "office/office.h"
@@ -14,14 +15,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Temporary(const std::string& target, const char* tag, const char* extension) {
+std::atomic<unsigned> counter{0};
+
+std::string Temporary(const std::string& profile_dir, const char* tag, const char* extension) {
   // Letters, digits and "_" only before the extension: the dBase writer
   // takes the stem as its table name.
-  static std::atomic<unsigned> counter{0};
-  const fs::path t(target);
-  return (t.parent_path() / ("tabulon_" + std::string(tag) + "_" + std::to_string(getpid()) + "_" +
-                             std::to_string(counter++) + "." + extension))
-      .string();
+  const fs::path folder = fs::path(profile_dir) / "saves";
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  if (ec) throw Error(ErrorKind::kAutomation, "cannot make the office's save folder: " + ec.message());
+  return (folder / ("tabulon_" + std::string(tag) + "_" + std::to_string(counter++) + "." + extension)).string();
 }
 
 void RemoveQuietly(const std::string& path) {
@@ -31,8 +34,8 @@ void RemoveQuietly(const std::string& path) {
 
 }  // namespace
 
-SaveTemporaries::SaveTemporaries(const std::string& target, const char* extension)
-    : written(Temporary(target, "office", extension)), finished(Temporary(target, "text", extension)) {}
+SaveTemporaries::SaveTemporaries(const std::string& profile_dir, const char* extension)
+    : written(Temporary(profile_dir, "office", extension)), finished(Temporary(profile_dir, "text", extension)) {}
 
 SaveTemporaries::~SaveTemporaries() {
   RemoveQuietly(written);
@@ -52,7 +55,21 @@ void MoveIntoPlace(const std::string& written, const std::string& target) {
   std::error_code ec;
   if (!fs::exists(written, ec)) throw Error(ErrorKind::kAutomation, "the office wrote nothing to " + target);
   fs::rename(written, target, ec);
-  if (ec) throw Error(ErrorKind::kAutomation, "cannot write " + target + ": " + ec.message());
+  if (!ec) return;
+  if (ec != std::errc::cross_device_link)
+    throw Error(ErrorKind::kAutomation, "cannot write " + target + ": " + ec.message());
+  // Another file system: copied beside the target under a hidden name, then
+  // renamed over it, so the target is never seen half written.
+  const fs::path t(target);
+  const fs::path beside = t.parent_path() / ("." + t.filename().string() + ".tabulon_" +
+                                              std::to_string(getpid()) + "_" + std::to_string(counter++));
+  fs::copy_file(written, beside, fs::copy_options::overwrite_existing, ec);
+  if (!ec) fs::rename(beside, target, ec);
+  if (ec) {
+    RemoveQuietly(beside);
+    throw Error(ErrorKind::kAutomation, "cannot write " + target + ": " + ec.message());
+  }
+  RemoveQuietly(written);
 }
 
 }  // namespace tabulon::office::uno

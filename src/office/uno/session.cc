@@ -47,10 +47,15 @@ std::string ToUtf8(const OUString& text) {
   return out;
 }
 
-std::string FileUrl(const std::string& path) {
+std::string AbsolutePath(const std::string& path) {
+  if (path.empty()) return path;
   std::error_code ec;
   std::string abs = std::filesystem::absolute(path, ec).lexically_normal().string();
-  if (ec) abs = path;
+  return ec ? path : abs;
+}
+
+std::string FileUrl(const std::string& path) {
+  const std::string abs = AbsolutePath(path);
   std::string url = "file://";
   static const char kHex[] = "0123456789ABCDEF";
   for (unsigned char c : abs) {

@@ -42,6 +42,8 @@ using ::rtl::OUString;
 OUString ToOUString(const std::string& text);
 std::string ToUtf8(const OUString& text);
 std::string FileUrl(const std::string& path);  // absolute file:// URL, percent-encoded
+// The path made absolute from the host's working folder, normalised.
+std::string AbsolutePath(const std::string& path);
 
 css::beans::PropertyValue Prop(const char* name, const css::uno::Any& value);
 
@@ -123,6 +125,8 @@ class Session {
   int depth() const { return depth_; }  // office calls under way on this thread
   pid_t pid() const { return process_->pid(); }
   const std::string& program_dir() const { return process_->program_dir(); }
+  // The office's own folder; it goes with the office.
+  const std::string& profile_dir() const { return process_->profile_dir(); }
   void SetCallTimeLimit(std::chrono::milliseconds limit) { call_limit_ = limit; }
 
   const Reference<css::uno::XComponentContext>& context() const { return context_; }
