@@ -43,6 +43,7 @@ void WriteFixtures(Fixtures& f) {
   f.formulas = (f.dir / "formulas.xlsx").string();
   f.semicolons = (f.dir / "semicolons.csv").string();
   f.protected_book = (f.dir / "protected.ods").string();
+  f.typed_cells = (f.dir / "typed.xlsx").string();
 
   auto factory = office::uno::MakeUnoFactory();
   auto app = factory->CreateExcel();
@@ -66,6 +67,26 @@ void WriteFixtures(Fixtures& f) {
   SaveOneSheet(*app, f.protected_book, locked, [](office::Worksheet& sheet) {
     sheet.SetName("Locked");
     sheet.GetRange("A1")->SetValue(office::Cell(std::string("secret")));
+  });
+  SaveOneSheet(*app, f.typed_cells, xlsx, [](office::Worksheet& sheet) {
+    sheet.GetRange("A1:B11")->SetValue(Block{{"date", 45306.0},
+                                             {"time", 14.5 / 24},
+                                             {"datetime", 45306.5},
+                                             {"currency", 1234.5},
+                                             {"debit", -5.0},
+                                             {"percent", 0.25},
+                                             {"fixed", 3.14159},
+                                             {"plain", 42.0},
+                                             {"text", "1/2"},
+                                             {"none", std::string()},
+                                             {"end", 1.0}});
+    sheet.GetRange("B1")->SetNumberFormat("d-mmm-yy");
+    sheet.GetRange("B2")->SetNumberFormat("h:mm");
+    sheet.GetRange("B3")->SetNumberFormat("yyyy-mm-dd hh:mm");
+    sheet.GetRange("B4:B5")->SetNumberFormat("[$$-409]#,##0.00");
+    sheet.GetRange("B6")->SetNumberFormat("0%");
+    sheet.GetRange("B7")->SetNumberFormat("0.00");
+    sheet.GetRange("B9:B10")->SetNumberFormat("m/d/yyyy");
   });
   app->Quit();
   std::ofstream(f.semicolons, std::ios::binary) << "a;b\r\n1;2\r\n";

@@ -1,5 +1,6 @@
 #include "office/uno/calc_load.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -22,18 +23,59 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Whether a file is a text source for the text import: never a workbook
-// container (OLE2, zip), else by extension, else by the office's type
-// detection.
-bool StartsWith(const std::string& path, const char* magic, size_t n) {
+// What a file's first bytes say it is.
+enum class Content { kEmpty, kZip, kCompound, kBiff, kXml, kText, kBinary };
+
+Content Sniff(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::string head(n, '\0');
-  if (!in.read(head.data(), static_cast<std::streamsize>(n))) return false;
-  return std::memcmp(head.data(), magic, n) == 0;
+  std::string head(4096, '\0');
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<size_t>(in.gcount()));
+  if (head.empty()) return Content::kEmpty;
+  auto starts = [&](const char* magic, size_t n) { return head.size() >= n && head.compare(0, n, magic, n) == 0; };
+  if (starts("PK\x03\x04", 4) || starts("PK\x05\x06", 4) || starts("PK\x07\x08", 4)) return Content::kZip;
+  if (starts("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8)) return Content::kCompound;
+  // A bare BIFF2 to BIFF4 stream begins with its BOF record.
+  if (head.size() >= 4 && head[0] == '\x09' && (head[1] == '\x00' || head[1] == '\x02' || head[1] == '\x04'))
+    return Content::kBiff;
+  if (starts("\xFF\xFE", 2) || starts("\xFE\xFF", 2)) return Content::kText;  // UTF-16 with its mark
+  size_t start = starts("\xEF\xBB\xBF", 3) ? 3 : 0;
+  for (const char c : head) {
+    const auto b = static_cast<unsigned char>(c);
+    // Text has no control characters but tabs, line and page ends and the
+    // old end-of-file mark.
+    if (b < 0x20 && b != '\t' && b != '\n' && b != '\r' && b != '\f' && b != '\v' && b != 0x1A)
+      return Content::kBinary;
+  }
+  start = head.find_first_not_of(" \t\r\n", start);
+  return start != std::string::npos && head[start] == '<' ? Content::kXml : Content::kText;
 }
 
-bool IsWorkbookContainer(const std::string& path) {
-  return StartsWith(path, "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8) || StartsWith(path, "PK\x03\x04", 4);
+// The contents a file's extension allows, for the workbook formats whose
+// contents can be recognised. Excel refuses to open a file whose extension
+// promises a format its content does not have ("the file format or file
+// extension is not valid"); only the binary workbook's extension also takes
+// text, HTML and XML, which it opens as what they are. Empty means no
+// constraint.
+std::vector<Content> AllowedContents(const std::string& extension) {
+  if (extension == ".xlsx" || extension == ".xlsm" || extension == ".xltx" || extension == ".xltm" ||
+      extension == ".xlam" || extension == ".xlsb")
+    return {Content::kZip, Content::kCompound};  // an encrypted one is a compound file
+  if (extension == ".ods" || extension == ".ots") return {Content::kZip};
+  if (extension == ".fods" || extension == ".xml") return {Content::kXml};
+  if (extension == ".xls" || extension == ".xlt" || extension == ".xla")
+    return {Content::kCompound, Content::kBiff, Content::kZip, Content::kXml, Content::kText};
+  return {};
+}
+
+void RefuseMismatchedContent(const std::string& path, Content content) {
+  const std::string extension = Lower(fs::path(path).extension().string());
+  const std::vector<Content> allowed = AllowedContents(extension);
+  if (allowed.empty() || std::find(allowed.begin(), allowed.end(), content) != allowed.end()) return;
+  throw Error(ErrorKind::kAutomation, "cannot open " + path + ": the file format or file extension is not valid (" +
+                                          (content == Content::kEmpty ? "the file is empty"
+                                                                      : "its content is not a " + extension + " file") +
+                                          ")");
 }
 
 }  // namespace
@@ -42,6 +84,8 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
                                             const OpenOptions& options) {
   std::error_code ec;
   if (!fs::is_regular_file(filename, ec)) throw Error(ErrorKind::kAutomation, "file not found: " + filename);
+  const Content content = Sniff(filename);
+  RefuseMismatchedContent(filename, content);
   const std::string url = FileUrl(filename);
   std::vector<css::beans::PropertyValue> args{
       Prop("Hidden", Any(true)),
@@ -58,7 +102,7 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
   // for Format 6, else as Excel reads them (comma for .csv, tab else).
   bool text = false;
   std::optional<Detected> detected;
-  if (!IsWorkbookContainer(filename)) {
+  if (content != Content::kZip && content != Content::kCompound) {
     const std::string ext = Lower(fs::path(filename).extension().string());
     text = ext == ".csv" || ext == ".txt" || ext == ".prn" || ext == ".tsv" || ext == ".tab";
     if (!text) {
