@@ -255,6 +255,21 @@ TEST(CliContract, AnUnknownFormatNameIsAUsageError) {
   EXPECT_NE(r.err.find("unknown format"), std::string::npos);
 }
 
+TEST(CliContract, OutputPasswordsOfTheConversionAreRefusedBeforeAnythingIsWritten) {
+  // The conversion's saves carry no password, so no format can honour one.
+  Folder dir;
+  const char* targets[] = {"out.xls", "out.xlsx", "out.ods", "out.csv", "out.pdf"};
+  for (const char* option : {"--output-password", "--output-password-tw"}) {
+    for (const char* target : targets) {
+      const Result r = Tabulon(std::string("convert ") + option + " secret " + TABULON_SAMPLE + " " + dir / target);
+      EXPECT_EQ(r.exit_code, 2) << option << " " << target;
+      EXPECT_NE(r.err.find(std::string("convert: ") + option + ": "), std::string::npos) << r.err;
+      EXPECT_TRUE(r.out.empty());
+      EXPECT_FALSE(fs::exists(dir / target)) << target;
+    }
+  }
+}
+
 TEST(CliOffice, ConvertPrintsTheCreatedFiles) {
   Folder dir;
   const Result r = Tabulon(std::string("convert -m -s 1-2 ") + TABULON_SAMPLE + " " + dir / "q.csv");

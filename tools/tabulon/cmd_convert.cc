@@ -78,6 +78,15 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     if (!format)
       return UsageError("convert", "-t: unknown format '" + o.format + "'; the formats are " + FormatNames());
   }
+  // OpenXLSSaveAs gives its saves no password, whatever the format, so a
+  // protected output cannot be had from it: the options are refused rather
+  // than a file being written open.
+  for (const auto& [option, value] : {std::pair{"--output-password", &o.output_password},
+                                      std::pair{"--output-password-tw", &o.output_password_tw}}) {
+    if (!value->empty())
+      return UsageError("convert", std::string(option) +
+                                       ": the conversion writes its files without passwords; nothing was written");
+  }
   const std::vector<std::string> sources(o.paths.begin(), o.paths.end() - 1);
   const std::string& given_target = o.paths.back();
   const bool to_stdout = given_target == "-";
@@ -315,9 +324,9 @@ void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
       ->envname("TABULON_INPUT_PASSWORD");
   convert_cmd->add_option("--input-password-tw", convert->input_password_tw, "Its password to modify")
       ->envname("TABULON_INPUT_PASSWORD_TW");
-  convert_cmd->add_option("--output-password", convert->output_password, "Password to give the output")
+  convert_cmd->add_option("--output-password", convert->output_password, "Refused unless empty: the conversion writes no passwords")
       ->envname("TABULON_OUTPUT_PASSWORD");
-  convert_cmd->add_option("--output-password-tw", convert->output_password_tw, "The output's password to modify")
+  convert_cmd->add_option("--output-password-tw", convert->output_password_tw, "Refused unless empty: the conversion writes no passwords")
       ->envname("TABULON_OUTPUT_PASSWORD_TW");
   convert_cmd->add_flag("--report", convert->report, "List the files created and the sheets converted");
   AddJsonFlag(*convert_cmd, convert->json);
