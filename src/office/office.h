@@ -51,11 +51,11 @@ using Cell = std::variant<std::monostate, double, std::string>;
 using Block = std::vector<std::vector<Cell>>;
 
 // What Value carries with a number. Excel gives a date or time cell's number
-// as a Date and a currency cell's as Currency, and a cell that receives one
-// shows it as a date, a time or an amount of money (en-US: 1/15/2024,
-// 2:30:00 PM, $1,234.50). Every other number (percent, fixed decimals, ...)
-// arrives plain.
-enum class ValueKind : uint8_t { kPlain, kDate, kCurrency };
+// as a Date, a currency cell's as Currency and a logical cell's as Boolean,
+// and a cell that receives one shows it as a date, a time, an amount of money
+// or TRUE/FALSE (en-US: 1/15/2024, 2:30:00 PM, $1,234.50). Every other number
+// (percent, fixed decimals, ...) arrives plain.
+enum class ValueKind : uint8_t { kPlain, kDate, kCurrency, kLogical };
 // One kind per cell of a block, like Block; an empty one: every number plain.
 using KindBlock = std::vector<std::vector<ValueKind>>;
 

@@ -83,8 +83,9 @@ class ConvertInputs : public ::testing::Test {
   void SetUp() override { ResetSharedControl(); }
 };
 
-// Dates, times and currency arrive as Excel's Value carries them and are
-// written in the en-US forms; percent, fixed decimals and text as they are.
+// Dates, times, currency and logical values arrive as Excel's Value carries
+// them and are written in the en-US forms; percent, fixed decimals and text
+// as they are.
 constexpr const char* kTypedCsv =
     "date,1/15/2024\n"
     "time,2:30:00 PM\n"
@@ -96,6 +97,7 @@ constexpr const char* kTypedCsv =
     "plain,42\n"
     "text,1/2\n"
     "none,\n"
+    "logical,TRUE\n"
     "end,1\n";
 constexpr const char* kTypedTabs =
     "date\t1/15/2024\n"
@@ -108,6 +110,7 @@ constexpr const char* kTypedTabs =
     "plain\t42\n"
     "text\t1/2\n"
     "none\t\n"
+    "logical\tTRUE\n"
     "end\t1\n";
 
 TEST_F(ConvertInputs, DatesTimesAndCurrencyKeepTheirFormInEveryTextFormat) {

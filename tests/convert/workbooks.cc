@@ -69,7 +69,7 @@ void WriteFixtures(Fixtures& f) {
     sheet.GetRange("A1")->SetValue(office::Cell(std::string("secret")));
   });
   SaveOneSheet(*app, f.typed_cells, xlsx, [](office::Worksheet& sheet) {
-    sheet.GetRange("A1:B11")->SetValue(Block{{"date", 45306.0},
+    sheet.GetRange("A1:B12")->SetValue(Block{{"date", 45306.0},
                                              {"time", 14.5 / 24},
                                              {"datetime", 45306.5},
                                              {"currency", 1234.5},
@@ -79,6 +79,7 @@ void WriteFixtures(Fixtures& f) {
                                              {"plain", 42.0},
                                              {"text", "1/2"},
                                              {"none", std::string()},
+                                             {"logical", 1.0},
                                              {"end", 1.0}});
     sheet.GetRange("B1")->SetNumberFormat("d-mmm-yy");
     sheet.GetRange("B2")->SetNumberFormat("h:mm");
@@ -87,6 +88,7 @@ void WriteFixtures(Fixtures& f) {
     sheet.GetRange("B6")->SetNumberFormat("0%");
     sheet.GetRange("B7")->SetNumberFormat("0.00");
     sheet.GetRange("B9:B10")->SetNumberFormat("m/d/yyyy");
+    sheet.GetRange("B11")->SetNumberFormat("BOOLEAN");
   });
   app->Quit();
   std::ofstream(f.semicolons, std::ios::binary) << "a;b\r\n1;2\r\n";

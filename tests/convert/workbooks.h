@@ -28,7 +28,8 @@ struct Fixtures {
   // one sheet, a label in A and a number in B with its own look: a date
   // (2024-01-15 as d-mmm-yy), a time (14:30), a date and time, currency
   // (1234.5 and -5), percent (25%), fixed decimals (3.14159 as 0.00), a
-  // plain number (42), a date look on text, and an empty date cell
+  // plain number (42), a date look on text, an empty date cell, and a
+  // logical TRUE
   std::string typed_cells;
 };
 

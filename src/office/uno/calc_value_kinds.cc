@@ -21,12 +21,12 @@ namespace tabulon::office::uno {
 
 namespace {
 
-// The looks Excel gives a Date or Currency value arriving in a General cell,
-// in the en-US forms: a whole day is a date, a day fraction alone a time,
-// both a date and time.
-enum Look { kNoLook = -1, kDateLook, kTimeLook, kDateTimeLook, kCurrencyLook, kLookCount };
+// The looks Excel gives a Date, Currency or Boolean value arriving in a
+// General cell, in the en-US forms: a whole day is a date, a day fraction
+// alone a time, both a date and time.
+enum Look { kNoLook = -1, kDateLook, kTimeLook, kDateTimeLook, kCurrencyLook, kLogicalLook, kLookCount };
 constexpr const char* kLookCodes[kLookCount] = {"M/D/YYYY", "H:MM:SS AM/PM", "M/D/YYYY H:MM",
-                                                "$#,##0.00;($#,##0.00)"};
+                                                "$#,##0.00;($#,##0.00)", "BOOLEAN"};
 
 // Excel's Date covers serial numbers 0 to 2958465 (12/31/9999); outside
 // that range a date cell's value is a plain number.
@@ -36,6 +36,7 @@ Look LookOf(const Cell& value, ValueKind kind) {
   const auto* d = std::get_if<double>(&value);
   if (d == nullptr) return kNoLook;
   if (kind == ValueKind::kCurrency) return kCurrencyLook;
+  if (kind == ValueKind::kLogical) return kLogicalLook;
   if (kind != ValueKind::kDate || *d < 0 || *d >= kLastDate) return kNoLook;
   double day;
   const double time = std::modf(*d, &day);
@@ -97,6 +98,7 @@ ValueKind CalcWorkbook::KindOfFormat(sal_Int32 key) {
   sal_Int16 type = 0;
   format->getPropertyValue("Type") >>= type;
   namespace nf = css::util::NumberFormat;
+  if ((type & nf::LOGICAL) != 0) return ValueKind::kLogical;
   if ((type & (nf::DATE | nf::TIME)) != 0) return ValueKind::kDate;
   if ((type & nf::CURRENCY) != 0) return ValueKind::kCurrency;
   OUString code;
