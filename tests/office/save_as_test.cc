@@ -1,10 +1,15 @@
 // SaveAs through the file-format table: every number, checked by the bytes
 // written (delimiter, character set, byte-order mark, line ends, signatures)
 // and by reading workbooks back.
+#include <signal.h>
+
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "office/uno/file_formats.h"
 #include "office_test_env.h"
@@ -294,6 +299,62 @@ TEST_F(SaveAsTest, CloseWithSaveChangesWritesTheSameFileAgain) {
   fresh.GetWorksheets().Item(1)->GetRange("A1")->SetValue(N(1));
   EXPECT_THROW(fresh.Close(true), Error);
   fresh.Close(false);
+}
+
+}  // namespace
+}  // namespace tabulon::office::uno::testing
+
+namespace tabulon::office::uno::testing {
+namespace {
+
+// The profile folder of an office process, from its command line.
+fs::path ProfileOf(pid_t pid) {
+  const std::string cmdline = ReadFile("/proc/" + std::to_string(pid) + "/cmdline");
+  const std::string key = "-env:UserInstallation=file://";
+  const size_t at = cmdline.find(key);
+  if (at == std::string::npos) return {};
+  return cmdline.substr(at + key.size(), cmdline.find('\0', at) - at - key.size());
+}
+
+// An office killed while it writes leaves nothing beside the target, and
+// the target as it was: the office writes only into its own folder.
+TEST_F(SaveAsTest, AnOfficeKilledWhileSavingLeavesTheTargetAsItWas) {
+  auto app = OwnExcel();
+  const pid_t pid = app->ProcessId();
+  const fs::path saves = ProfileOf(pid) / "saves";
+  ASSERT_FALSE(saves.parent_path().empty());
+  Workbook& book = app->GetWorkbooks().Add();
+  Block rows(20000, std::vector<Cell>(5));
+  for (size_t r = 0; r < rows.size(); ++r)
+    for (size_t c = 0; c < 5; ++c) rows[r][c] = N(static_cast<double>(r * 5 + c) + 0.25);
+  book.GetWorksheets().Item(1)->GetRange("A1:E20000")->SetValue(rows);
+  WriteFile(Path("kept.ods"), "old content");
+
+  // Killed as soon as the office's file appears in its own folder.
+  std::atomic<bool> killed{false};
+  std::thread killer([&] {
+    for (int i = 0; i < 20000 && !killed; ++i) {
+      std::error_code ec;
+      if (fs::exists(saves, ec) && !fs::is_empty(saves, ec)) {
+        killed = kill(pid, SIGKILL) == 0;
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+  });
+  SaveAsOptions ods;
+  ods.file_format = 60;
+  bool saved = true;
+  try {
+    book.SaveAs(Path("kept.ods"), ods);
+  } catch (const Error&) {
+    saved = false;
+  }
+  killer.join();
+  ASSERT_TRUE(killed) << "the office wrote nothing into its own folder";
+  // Either the save was complete before the kill, or the target is as it was.
+  if (!saved) EXPECT_EQ(ReadFile(Path("kept.ods")), "old content");
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 1);
 }
 
 }  // namespace

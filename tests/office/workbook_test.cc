@@ -298,6 +298,47 @@ TEST_F(WorkbookTest, OpenRefusesMissingDamagedAndWronglyProtectedFiles) {
   opened.Close(false);
 }
 
+// A file whose extension promises a workbook format its content does not
+// have is refused as Excel refuses it; a binary workbook's extension also
+// takes text and other workbooks, which open as what they are.
+TEST_F(WorkbookTest, OpenRefusesContentItsExtensionDoesNotPromise) {
+  auto& app = SharedExcel();
+  std::string noise(2048, '\0');
+  for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>((i * 7919 + 13) % 251);
+  const std::pair<const char*, std::string> refused[] = {
+      {"empty.xlsx", ""}, {"noise.xlsx", noise}, {"words.xlsx", "just words\n"},
+      {"empty.xls", ""},  {"noise.xls", noise},  {"compound.ods", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1" + noise},
+      {"words.xml", "just words\n"},
+  };
+  for (const auto& [name, bytes] : refused) {
+    WriteFile(Path(name), bytes);
+    try {
+      app.GetWorkbooks().Open(Path(name), {});
+      ADD_FAILURE() << name << " was opened";
+    } catch (const Error& e) {
+      EXPECT_EQ(e.kind(), ErrorKind::kAutomation) << name;
+      EXPECT_NE(std::string(e.what()).find("the file format or file extension is not valid"), std::string::npos)
+          << e.what();
+    }
+  }
+  EXPECT_EQ(app.GetWorkbooks().Count(), 0);
+
+  WriteFile(Path("text.xls"), "a\tb\r\n1\t2\r\n");
+  Workbook& text = app.GetWorkbooks().Open(Path("text.xls"), {});
+  EXPECT_EQ(text.GetWorksheets().Item(1)->GetRange("A1:B2")->Value(), (Block{{S("a"), S("b")}, {N(1), N(2)}}));
+  text.Close(false);
+  Workbook& made = app.GetWorkbooks().Add();
+  made.GetWorksheets().Item(1)->GetRange("A1")->SetValue(S("zip"));
+  SaveAsOptions xlsx;
+  xlsx.file_format = 51;
+  made.SaveAs(Path("made.xlsx"), xlsx);
+  made.Close(false);
+  std::filesystem::copy_file(Path("made.xlsx"), Path("zip.xls"));
+  Workbook& zip = app.GetWorkbooks().Open(Path("zip.xls"), {});
+  EXPECT_EQ(zip.GetWorksheets().Item(1)->GetRange("A1")->Value()[0][0], S("zip"));
+  zip.Close(false);
+}
+
 // A lock file left by an office that was killed does not keep a workbook
 // from being opened for writing and saved in place.
 TEST_F(WorkbookTest, StaleLockFileDoesNotStopAnOpenForWriting) {
