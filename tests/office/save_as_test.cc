@@ -2,6 +2,8 @@
 // written (delimiter, character set, byte-order mark, line ends, signatures)
 // and by reading workbooks back.
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -355,6 +357,30 @@ TEST_F(SaveAsTest, AnOfficeKilledWhileSavingLeavesTheTargetAsItWas) {
   // Either the save was complete before the kill, or the target is as it was.
   if (!saved) EXPECT_EQ(ReadFile(Path("kept.ods")), "old content");
   EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 1);
+}
+
+// On another file system than the office's folder the finished file is
+// copied beside the target under a hidden name and renamed over it.
+TEST_F(SaveAsTest, ATargetOnAnotherFileSystemIsReplacedWhole) {
+  const fs::path other = fs::path("/dev/shm") / ("tabulon-save-" + std::to_string(getpid()));
+  std::error_code ec;
+  fs::create_directories(other, ec);
+  struct stat here {}, there {};
+  if (ec || stat(fs::temp_directory_path().c_str(), &here) != 0 || stat(other.c_str(), &there) != 0 ||
+      here.st_dev == there.st_dev) {
+    fs::remove_all(other, ec);
+    GTEST_SKIP() << "no second file system to write to";
+  }
+  auto& app = SharedExcel();
+  Workbook& book = MakeBook(app);
+  WriteFile(other / "out.csv", "old content");
+  SaveAsOptions csv;
+  csv.file_format = 6;
+  book.SaveAs((other / "out.csv").string(), csv);
+  book.Close(false);
+  EXPECT_EQ(ReadFile(other / "out.csv"), "caf\xC3\xA9,1.5,\"a,b\"\r\nx,2,\r\n");
+  EXPECT_EQ(std::distance(fs::directory_iterator(other), fs::directory_iterator()), 1);
+  fs::remove_all(other, ec);
 }
 
 }  // namespace
