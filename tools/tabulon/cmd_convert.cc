@@ -127,6 +127,16 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   if (!IsRange(o.range))
     return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");
   if (!KnownEncoding(o.encoding)) return UsageError("convert", "--encoding: unknown encoding '" + o.encoding + "'");
+  if (into_folder) {
+    // The folder the outputs go into is made here: the conversion saves
+    // only into folders that exist, as Excel does.
+    ec.clear();
+    std::filesystem::create_directories(destination, ec);
+    if (ec) {
+      Err() << "tabulon: convert: cannot make the folder " << destination << ": " << ec.message() << "\n";
+      return kExitFailure;
+    }
+  }
 
   ApplyConvertProperties(control, o, delimiter);
   int32_t last_code = 0;
