@@ -49,6 +49,10 @@ enum ResultCode : int32_t {
   // contract says.
   kAutomationError = -2146827284,   // 0x800A03EC: the office refused the call
   kOfficeUnavailable = -2147023174, // 0x800706BA: the office died or stopped answering
+  // The general error path for a list that overflows its fixed array (more
+  // than 1000 rows or columns to delete): the runtime's "Subscript out of
+  // range", error 9, as an automation error.
+  kSubscriptOutOfRange = -2146828279,  // 0x800A0009
 };
 
 // Message texts, one constant per variant.
@@ -82,6 +86,8 @@ inline constexpr std::string_view kSheetExistsAdd =
 inline constexpr std::string_view kInvalidSheets = "Invalid or missing sheets specified.";
 inline constexpr std::string_view kMoveSheetMissing = "Sheet to move does not exist.";
 inline constexpr std::string_view kRenameSheetMissing = "Sheet to rename does not exist.";
+// The text of kSubscriptOutOfRange.
+inline constexpr std::string_view kSubscriptOutOfRange = "Subscript out of range";
 // The selection dialog's own text for a missing workbook: this, then the path.
 inline constexpr std::string_view kDialogSourceMissingPrefix = "Source file does not exist: ";
 }  // namespace msg

@@ -246,6 +246,58 @@ class TABULON_EXPORT TabulonCtrl {
   // protected or damaged workbook, no office), which leaves the text empty.
   std::string ShowSheetSelectionDialog(std::string& sXLSFile, bool& bMultipleSelect);
 
+  // ---- Cell edits of one sheet ----
+  // Each opens sPathOriginal (read-only unless sPathTarget names the same
+  // file, compared without regard to case; InputFile_PassWord(_TW) as its
+  // passwords), edits the sheet named sSheet (double quotes removed and
+  // written back) and saves the workbook as sPathTarget in the normal
+  // workbook format. Codes: -202 "Source File does not exist" and -208
+  // (no event); -3 and -204 "Sheet specified does not exist." (with the
+  // event); -4 when the office cannot be closed (replacing -204); an office
+  // error in the edit goes the general error path (kAutomationError /
+  // kOfficeUnavailable, with the event) and nothing is saved.
+  //
+  // Deletes whole rows (whole columns when bDoColumns) named by a list of
+  // numbers and ranges ("2,4,10-12"), from the largest number down, so the
+  // numbers are those before the call; a number given twice deletes two
+  // rows. More than 1000 numbers: kSubscriptOutOfRange, nothing saved.
+  int32_t DeleteRowsOrColumns(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheet,
+                              std::string& sRowsColsToDelete, bool& bDoColumns);
+  // Replace over sRange of the sheet (blank: every cell): sSearchFor is
+  // literal text except for the wildcards "*" (any run of characters), "?"
+  // (one character) and "~" (the next "*", "?" or "~" literally); a whole
+  // cell must match unless bLookAtPart; formulas are searched in their
+  // Excel-syntax text. A changed cell takes its new text as typed input.
+  int32_t SearchAndReplaceCellContent(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheet,
+                                      std::string& sSearchFor, std::string& sReplaceWith, std::string& sRange,
+                                      bool& bCaseSensitive, bool& bLookAtPart, bool& bMatchByte);
+  // Types sCellContent into every cell of sRange (blank: the used range,
+  // whose address is written back): numbers become numbers, en-US dates
+  // dates, a leading "=" a formula in Excel syntax whose relative references
+  // move from cell to cell. bDoFormula: formulas shown rather than values.
+  int32_t ChangeCellContent(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheet,
+                            std::string& sRange, std::string& sCellContent, bool& bDoFormula);
+  // Range lists of the next two methods (rewritten in place): "" is the
+  // used range's address; "B3:*" runs from B3 to the last used cell (with
+  // the "$" signs removed and anything after ":*" dropped); areas are
+  // separated by ",".
+  //
+  // Gives the ranges the number format sNewFormat, in en-US format codes
+  // ("#,##0.00", "m/d/yyyy", "0%", "@"). Before the office starts, every
+  // "\" in sNewFormat becomes "/" and double quotes are removed from both
+  // texts (both written back).
+  int32_t ChangeNumberFormat(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheet,
+                             std::string& sRangeToChange, std::string& sNewFormat);
+  // lWhatToClear: 0 everything, 1 formats, 2 contents, 3 comments, 4 notes
+  // (comments and notes are the same annotations here), 5 outline (row and
+  // column grouping). Any other value saves the workbook unchanged.
+  int32_t ClearCells(std::string& sPathOriginal, std::string& sPathTarget, int32_t& lWhatToClear,
+                     std::string& sSheet, std::string& sRangeToChange);
+  // Turns the sheet's used range so that rows become columns, written back
+  // from A1 as formulas (relative references turned with the block); the old
+  // cells are cleared, formats included.
+  int32_t TransposeSheetData(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheet);
+
   // ---- Text methods (libravelin.so) ----
   // Each returns the text library's result unchanged (0 success, its negative
   // codes otherwise), sets no ErrorString and raises no event. Text arguments

@@ -1,5 +1,6 @@
 #include "control/workbook_method.h"
 
+#include "convert/sheet_lookup.h"
 #include "util/file_helpers.h"
 
 namespace tabulon {
@@ -42,6 +43,12 @@ WorkbookMethod& WorkbookMethod::OpenWith(office::OpenOptions options) {
 WorkbookMethod& WorkbookMethod::SaveWith(office::SaveAsOptions options) {
   save_ = std::move(options);
   if (!save_.file_format) save_.file_format = office::kXlWorkbookNormal;
+  return *this;
+}
+
+WorkbookMethod& WorkbookMethod::OnSheet(std::string& sheet, std::string_view missing_text) {
+  sheet_name_ = &sheet;
+  sheet_missing_text_ = missing_text;
   return *this;
 }
 
@@ -89,7 +96,12 @@ int32_t WorkbookMethod::Run(const Steps& steps) {
   MethodStep step(state_, *app, save_);
   try {
     app->GetWorkbooks().Open(source_, open_ ? *open_ : SourceOpenOptions(state_, source_, target_));
-    steps(step);
+    if (sheet_name_ != nullptr) {
+      *sheet_name_ = RemoveDoubleQuotes(*sheet_name_);
+      step.set_sheet(GetSheetByName(step.book(), *sheet_name_));
+      if (!step.has_sheet()) step.Fail(kSheetMissing, sheet_missing_text_);
+    }
+    if (step.code() == kSuccess) steps(step);
     code = step.code();
     if (code == kSuccess && !step.save_skipped()) {
       office::Workbook& active = app->ActiveWorkbook();

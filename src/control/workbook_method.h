@@ -19,6 +19,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,6 +57,12 @@ class MethodStep {
   void SetCode(int32_t code) { code_ = code; }
   int32_t code() const { return code_; }
 
+  // The sheet found by WorkbookMethod::OnSheet; only valid when that was
+  // asked for.
+  office::Worksheet& sheet() { return *sheet_; }
+  bool has_sheet() const { return sheet_ != nullptr; }
+  void set_sheet(std::unique_ptr<office::Worksheet> sheet) { sheet_ = std::move(sheet); }
+
   // The SaveAs arguments of step 6, for steps that add to them.
   office::SaveAsOptions& save() { return save_; }
   // Step 6 is left out: the workbook is closed without saving.
@@ -66,6 +73,7 @@ class MethodStep {
   TabulonCtrl::State& state_;
   office::Application& app_;
   office::SaveAsOptions& save_;
+  std::unique_ptr<office::Worksheet> sheet_;
   int32_t code_ = 0;
   bool skip_save_ = false;
 };
@@ -95,6 +103,13 @@ class WorkbookMethod {
   // unless set.
   WorkbookMethod& SaveWith(office::SaveAsOptions options);
 
+  // Before the method's steps: double quotes are removed from `sheet` (the
+  // caller's text is rewritten) and the sheet of that name is looked up in
+  // Workbooks(1); the steps find it in MethodStep::sheet(). A missing sheet
+  // stores -204 with `missing_text`, raises OnError and ends the method
+  // unsaved (a failed close then gives -4 instead, without the event).
+  WorkbookMethod& OnSheet(std::string& sheet, std::string_view missing_text);
+
   // An office error ends the work with the code then current instead of the
   // general error path (the conversion and the sheet resolver say so). The
   // office's text is kept in last_office_error().
@@ -122,6 +137,8 @@ class WorkbookMethod {
   bool keep_code_on_office_error_ = false;
   bool raise_on_failed_close_ = false;
   std::string last_office_error_;
+  std::string* sheet_name_ = nullptr;
+  std::string_view sheet_missing_text_;
   std::function<int32_t()> prepare_;
   std::optional<office::OpenOptions> open_;
   office::SaveAsOptions save_;

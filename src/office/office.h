@@ -101,6 +101,14 @@ class Range {
   virtual void SetFormula(const std::string& formula) = 0;
 
   virtual void SetNumberFormat(const std::string& format) = 0;  // en-US codes
+  // NumberFormat of the range's first cell, in en-US codes ("General",
+  // "#,##0.00", "m/d/yyyy"), and Text: that cell as the sheet shows it.
+  virtual std::string NumberFormat() = 0;
+  virtual std::string Text() = 0;
+  // AddComment on the first cell, and the text of its comment (Comment.Text;
+  // nullopt when it has none). Comments and notes are one thing here.
+  virtual void AddComment(const std::string& text) = 0;
+  virtual std::optional<std::string> CommentText() = 0;
 
   virtual void Clear() = 0;
   virtual void ClearFormats() = 0;

@@ -29,6 +29,8 @@ inline constexpr int32_t kXlPasteAll = -4104;
 inline constexpr int32_t kXlPasteValues = -4163;
 inline constexpr int32_t kXlPasteFormats = -4122;
 inline constexpr int32_t kXlPasteFormulas = -4123;
+// XlPasteSpecialOperation.
+inline constexpr int32_t kXlPasteSpecialOperationNone = -4142;
 
 // XlLookAt and XlSearchOrder.
 inline constexpr int32_t kXlWhole = 1;

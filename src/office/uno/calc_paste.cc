@@ -1,7 +1,11 @@
 // Pasting the backend's clipboard into a sheet.
 #include <tuple>
+#include <utility>
 #include <vector>
 
+#include <com/sun/star/sheet/ComplexReference.hpp>
+#include <com/sun/star/sheet/ReferenceFlags.hpp>
+#include <com/sun/star/sheet/SingleReference.hpp>
 #include <com/sun/star/sheet/XCellRangeMovement.hpp>
 #include <com/sun/star/sheet/XFormulaTokens.hpp>
 #include <com/sun/star/table/CellRangeAddress.hpp>
@@ -19,6 +23,40 @@ Block Transposed(const Block& b) {
   for (size_t r = 0; r < b.size(); ++r)
     for (size_t c = 0; c < b[r].size(); ++c) t[c][r] = b[r][c];
   return t;
+}
+
+// A transposing paste turns a reference that is relative in both row and
+// column (in both corners of a range) with the block: its row and column
+// distances change places. Absolute and mixed references stay as they are.
+void TurnRelative(css::sheet::SingleReference& ref) {
+  std::swap(ref.RelativeColumn, ref.RelativeRow);
+}
+
+bool FullyRelative(const css::sheet::SingleReference& ref) {
+  namespace rf = css::sheet::ReferenceFlags;
+  return (ref.Flags & rf::COLUMN_RELATIVE) != 0 && (ref.Flags & rf::ROW_RELATIVE) != 0;
+}
+
+Sequence<css::sheet::FormulaToken> Turned(Sequence<css::sheet::FormulaToken> tokens) {
+  css::sheet::FormulaToken* all = tokens.getArray();
+  for (sal_Int32 i = 0; i < tokens.getLength(); ++i) {
+    css::sheet::FormulaToken& token = all[i];
+    css::sheet::SingleReference single;
+    css::sheet::ComplexReference complex;
+    if (token.Data >>= single) {
+      if (FullyRelative(single)) {
+        TurnRelative(single);
+        token.Data <<= single;
+      }
+    } else if (token.Data >>= complex) {
+      if (FullyRelative(complex.Reference1) && FullyRelative(complex.Reference2)) {
+        TurnRelative(complex.Reference1);
+        TurnRelative(complex.Reference2);
+        token.Data <<= complex;
+      }
+    }
+  }
+  return tokens;
 }
 
 }  // namespace
@@ -101,7 +139,7 @@ CellRect CalcWorkbook::PasteAt(const SheetRef& sheet, int32_t row, int32_t colum
   for (const auto& [r, c, text, from_row, from_column] : moved) {
     const auto tokens = ParseFormula(text, At(sheet_index, from_row, from_column));
     Reference<css::sheet::XFormulaTokens> cell(cells->getCellByPosition(c, r), UNO_QUERY_THROW);
-    cell->setTokens(tokens);
+    cell->setTokens(transpose ? Turned(tokens) : tokens);
   }
   return target;
 }

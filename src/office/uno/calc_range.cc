@@ -1,10 +1,16 @@
 #include "office/uno/calc_range.h"
 
-#include <cstring>
 
 #include <com/sun/star/beans/XPropertySet.hpp>
 #include <com/sun/star/lang/Locale.hpp>
 #include <com/sun/star/sheet/CellFlags.hpp>
+#include <com/sun/star/sheet/XCellRangesQuery.hpp>
+#include <com/sun/star/sheet/XSheetAnnotationAnchor.hpp>
+#include <com/sun/star/sheet/XSheetAnnotations.hpp>
+#include <com/sun/star/sheet/XSheetAnnotationsSupplier.hpp>
+#include <com/sun/star/sheet/XSheetCellRanges.hpp>
+#include <com/sun/star/text/XSimpleText.hpp>
+#include <com/sun/star/text/XTextRange.hpp>
 #include <com/sun/star/sheet/XSheetOperation.hpp>
 #include <com/sun/star/sheet/XSheetOutline.hpp>
 #include <com/sun/star/table/CellRangeAddress.hpp>
@@ -20,8 +26,11 @@
 #include "office/uno/calc_application.h"
 #include "office/uno/calc_workbook.h"
 #include "office/uno/clipboard.h"
+#include "office/uno/excel_search.h"
 
 namespace tabulon::office::uno {
+
+namespace cf = css::sheet::CellFlags;
 
 template <typename F>
 auto CalcRange::Call(const char* what, F&& f) -> decltype(f()) {
@@ -137,6 +146,44 @@ void CalcRange::SetNumberFormat(const std::string& format) {
   });
 }
 
+std::string CalcRange::NumberFormat() {
+  return Call("Range.NumberFormat", [&] {
+    Reference<css::beans::XPropertySet> cell(Cells()->getCellByPosition(0, 0), UNO_QUERY_THROW);
+    sal_Int32 key = 0;
+    cell->getPropertyValue("NumberFormat") >>= key;
+    Reference<css::util::XNumberFormatsSupplier> supplier(book_->component(), UNO_QUERY_THROW);
+    Reference<css::beans::XPropertySet> format(supplier->getNumberFormats()->getByKey(key), UNO_QUERY_THROW);
+    OUString code;
+    format->getPropertyValue("FormatString") >>= code;
+    return ToUtf8(code);
+  });
+}
+
+std::string CalcRange::Text() {
+  return Call("Range.Text", [&] {
+    Reference<css::text::XTextRange> cell(Cells()->getCellByPosition(0, 0), UNO_QUERY_THROW);
+    return ToUtf8(cell->getString());
+  });
+}
+
+void CalcRange::AddComment(const std::string& text) {
+  Call("Range.AddComment", [&] {
+    Reference<css::sheet::XSheetAnnotationsSupplier> supplier(sheet_, UNO_QUERY_THROW);
+    supplier->getAnnotations()->insertNew(At(book_->SheetIndex(sheet_), rect_.first_row, rect_.first_column),
+                                          ToOUString(text));
+  });
+}
+
+std::optional<std::string> CalcRange::CommentText() {
+  return Call("Range.Comment", [&]() -> std::optional<std::string> {
+    Reference<css::sheet::XSheetAnnotationAnchor> anchor(Cells()->getCellByPosition(0, 0), UNO_QUERY_THROW);
+    Reference<css::text::XSimpleText> note(anchor->getAnnotation(), UNO_QUERY_THROW);
+    const OUString text = note->getString();
+    if (text.isEmpty()) return std::nullopt;
+    return ToUtf8(text);
+  });
+}
+
 void CalcRange::ClearFlags(const char* what, int32_t flags) {
   Call(what, [&] {
     Reference<css::sheet::XSheetOperation> op(Cells(), UNO_QUERY_THROW);
@@ -144,7 +191,6 @@ void CalcRange::ClearFlags(const char* what, int32_t flags) {
   });
 }
 
-namespace cf = css::sheet::CellFlags;
 void CalcRange::Clear() { ClearFlags("Range.Clear", 1023); }
 void CalcRange::ClearFormats() {
   ClearFlags("Range.ClearFormats", cf::HARDATTR | cf::STYLES | cf::EDITATTR | cf::FORMATTED);
@@ -175,34 +221,57 @@ void CalcRange::ClearOutline() {
 bool CalcRange::Replace(const std::string& what, const std::string& replacement,
                         const ReplaceOptions& options) {
   return Call("Range.Replace", [&] {
+    if (what.empty()) return true;
     book_->set_plain(false);  // the replacement may hold anything
-    Reference<css::util::XReplaceable> replaceable(Cells(), UNO_QUERY_THROW);
-    Reference<css::util::XReplaceDescriptor> descriptor = replaceable->createReplaceDescriptor();
-    Reference<css::beans::XPropertySet> props(descriptor, UNO_QUERY_THROW);
-    // Excel's "*", "?" and "~" are the office's wildcards with "\" escapes.
-    std::string pattern;
-    bool wildcards = false;
-    for (size_t i = 0; i < what.size(); ++i) {
-      const char c = what[i];
-      if (c == '~' && i + 1 < what.size() && std::strchr("*?~", what[i + 1]) != nullptr) {
-        pattern += '\\';
-        pattern += what[++i];
-      } else {
-        if (c == '*' || c == '?') wildcards = true;
-        if (c == '\\') pattern += '\\';
-        pattern += c;
-      }
+    const bool whole = options.look_at.value_or(kXlPart) == kXlWhole;
+    const bool match_case = options.match_case.value_or(false);
+    Reference<css::sheet::XCellRangesQuery> query(Cells(), UNO_QUERY_THROW);
+    // Constants: the office's own replace, which takes the new text as typed
+    // input, with the pattern as a regular expression that reads it the way
+    // the spreadsheet does.
+    Reference<css::sheet::XSheetCellRanges> constants =
+        query->queryContentCells(cf::VALUE | cf::DATETIME | cf::STRING);
+    if (constants.is() && constants->getRangeAddresses().getLength() > 0) {
+      Reference<css::util::XReplaceable> replaceable(constants, UNO_QUERY_THROW);
+      Reference<css::util::XReplaceDescriptor> descriptor = replaceable->createReplaceDescriptor();
+      Reference<css::beans::XPropertySet> props(descriptor, UNO_QUERY_THROW);
+      descriptor->setSearchString(ToOUString(ExcelPatternToRegex(what, whole)));
+      descriptor->setReplaceString(ToOUString(LiteralRegexReplacement(replacement)));
+      props->setPropertyValue("SearchRegularExpression", Any(true));
+      props->setPropertyValue("SearchWildcard", Any(false));
+      props->setPropertyValue("SearchWords", Any(false));
+      props->setPropertyValue("SearchCaseSensitive", Any(match_case));
+      props->setPropertyValue("SearchByRow", Any(options.search_order.value_or(kXlByRows) != kXlByColumns));
+      replaceable->replaceAll(Reference<css::util::XSearchDescriptor>(descriptor, UNO_QUERY_THROW));
     }
-    if (!wildcards) pattern = what;
-    descriptor->setSearchString(ToOUString(pattern));
-    descriptor->setReplaceString(ToOUString(replacement));
-    props->setPropertyValue("SearchWildcard", Any(wildcards));
-    props->setPropertyValue("SearchWords", Any(options.look_at.value_or(2) == 1));
-    props->setPropertyValue("SearchCaseSensitive", Any(options.match_case.value_or(false)));
-    props->setPropertyValue("SearchByRow", Any(options.search_order.value_or(1) != 2));
-    replaceable->replaceAll(Reference<css::util::XSearchDescriptor>(descriptor, UNO_QUERY_THROW));
+    ReplaceInFormulas(what, replacement, whole, match_case);
     return true;
   });
+}
+
+// Formulas are searched in their Excel-syntax text, as the spreadsheet
+// shows them, not in the office's own; a changed one is typed in anew.
+void CalcRange::ReplaceInFormulas(const std::string& what, const std::string& replacement, bool whole,
+                                  bool match_case) {
+  Reference<css::sheet::XCellRangesQuery> query(Cells(), UNO_QUERY_THROW);
+  Reference<css::sheet::XSheetCellRanges> formulas = query->queryContentCells(cf::FORMULA);
+  if (!formulas.is()) return;
+  for (const auto& a : formulas->getRangeAddresses()) {
+    const CellRect area{a.StartRow, a.StartColumn, a.EndRow, a.EndColumn};
+    const Block texts = book_->ReadFormulas(sheet_, area);
+    for (int32_t r = 0; r < area.rows(); ++r) {
+      for (int32_t c = 0; c < area.columns(); ++c) {
+        const auto* text = std::get_if<std::string>(&texts[r][c]);
+        if (text == nullptr) continue;
+        auto changed = ReplaceExcelPattern(*text, what, replacement, whole, match_case);
+        if (!changed) continue;
+        const int32_t row = area.first_row + r;
+        const int32_t column = area.first_column + c;
+        book_->WriteFormulas(sheet_, CellRect{row, column, row, column}, Block{{Cell(std::move(*changed))}},
+                             std::nullopt);
+      }
+    }
+  }
 }
 
 void CalcRange::EntireRowDelete() {

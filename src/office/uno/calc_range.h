@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <com/sun/star/table/XCellRange.hpp>
@@ -36,6 +37,10 @@ class CalcRange : public Range {
   void SetFormula(const Block& formulas) override;
   void SetFormula(const std::string& formula) override;
   void SetNumberFormat(const std::string& format) override;
+  std::string NumberFormat() override;
+  std::string Text() override;
+  void AddComment(const std::string& text) override;
+  std::optional<std::string> CommentText() override;
   void Clear() override;
   void ClearFormats() override;
   void ClearContents() override;
@@ -58,6 +63,7 @@ class CalcRange : public Range {
   auto Call(const char* what, F&& f) -> decltype(f());
   Reference<css::table::XCellRange> Cells();
   void ClearFlags(const char* what, int32_t flags);
+  void ReplaceInFormulas(const std::string& what, const std::string& replacement, bool whole, bool match_case);
 
   CalcWorkbook* book_;
   SheetRef sheet_;
