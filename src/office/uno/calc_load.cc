@@ -94,7 +94,11 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
                                     ? css::document::UpdateDocMode::NO_UPDATE
                                     : css::document::UpdateDocMode::QUIET_UPDATE)),
   };
-  if (options.read_only) args.push_back(Prop("ReadOnly", Any(*options.read_only)));
+  // ReadOnly is not handed on: the spreadsheet lets a read-only workbook be
+  // edited in memory and saved under another name (every edit method does
+  // so), while the office refuses any change to a document loaded
+  // read-only. The file itself is only ever written by SaveAs, and lock
+  // files are off, so nothing else tells the two apart.
   if (options.password && !options.password->empty())
     args.push_back(Prop("Password", Any(ToOUString(*options.password))));
 

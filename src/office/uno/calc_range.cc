@@ -237,8 +237,9 @@ bool CalcRange::Replace(const std::string& what, const std::string& replacement,
       Reference<css::beans::XPropertySet> props(descriptor, UNO_QUERY_THROW);
       descriptor->setSearchString(ToOUString(ExcelPatternToRegex(what, whole)));
       descriptor->setReplaceString(ToOUString(LiteralRegexReplacement(replacement)));
-      props->setPropertyValue("SearchRegularExpression", Any(true));
+      // Wildcards off first: turning them off also turns expressions off.
       props->setPropertyValue("SearchWildcard", Any(false));
+      props->setPropertyValue("SearchRegularExpression", Any(true));
       props->setPropertyValue("SearchWords", Any(false));
       props->setPropertyValue("SearchCaseSensitive", Any(match_case));
       props->setPropertyValue("SearchByRow", Any(options.search_order.value_or(kXlByRows) != kXlByColumns));
