@@ -69,7 +69,7 @@ TEST_F(EditingCli, EditsPrintNothingAndRunInABatch) {
 
   std::ofstream(Path("lines")) << "SearchAndReplaceCellContent " << out << " " << out
                                << " North 'jan*' Jan ' ' \n"
-                               << "ChangeCellContent " << out << " " << out << " North C2:C3 '=B2*2'\n"
+                               << "ChangeCellContent " << out << " " << out << " North C2:C3 '=LEN(A2)'\n"
                                << "DeleteRowsOrColumns " << out << " " << out << " North 2 --columns\n"
                                << "TransposeSheetData " << out << " " << out << " Missing\n";
   const Result batch = Tabulon("batch " + Path("lines"));
@@ -78,7 +78,7 @@ TEST_F(EditingCli, EditsPrintNothingAndRunInABatch) {
   EXPECT_EQ(batch.err,
             "tabulon: TransposeSheetData: -204 Sheet specified does not exist.\n"
             "tabulon: batch: 1 of 4 commands failed\n");
-  EXPECT_EQ(Csv(out, "North"), "Month,Revenue\r\nJan,240\r\nMarch,286\r\n");
+  EXPECT_EQ(Csv(out, "North"), "Month,Revenue\r\nJan,3\r\nMarch,5\r\n");
 }
 
 }  // namespace
