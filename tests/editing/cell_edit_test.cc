@@ -314,9 +314,22 @@ TEST_F(CellEdit, ChangeCellContentTypesTheTextIntoEveryCell) {
   content = "1,234.5";
   ASSERT_EQ(change().code, 0);
   EXPECT_EQ(Cells("Rows")[1][2], Cell(1234.5));
-  content = "1/15/2024";
-  ASSERT_EQ(change().code, 0);
-  EXPECT_EQ(Cells("Rows")[1][2], Cell(45306.0));
+  Look("Rows", [&](office::Worksheet& s) { EXPECT_EQ(s.GetRange("C2")->Text(), "1,234.50"); });
+  struct Typed {
+    const char* content;
+    double value;
+    const char* shown;
+  };
+  const Typed typed[] = {{"1/15/2024", 45306.0, "1/15/2024"}, {"12%", 0.12, "12%"}, {"$5.25", 5.25, "$5.25"},
+                         {"42", 42.0, "42"}};
+  for (const Typed& t : typed) {
+    content = t.content;
+    ASSERT_EQ(change().code, 0) << t.content;
+    Look("Rows", [&](office::Worksheet& s) {
+      EXPECT_EQ(s.GetRange("C2")->Value()[0][0], Cell(t.value)) << t.content;
+      EXPECT_EQ(s.GetRange("C2")->Text(), t.shown) << t.content;
+    });
+  }
 
   range = " ";
   content = "x";

@@ -1,5 +1,7 @@
 #include "office/uno/calc_range.h"
 
+#include <algorithm>
+
 
 #include <com/sun/star/beans/XPropertySet.hpp>
 #include <com/sun/star/lang/Locale.hpp>
@@ -18,7 +20,9 @@
 #include <com/sun/star/table/XColumnRowRange.hpp>
 #include <com/sun/star/table/XTableColumns.hpp>
 #include <com/sun/star/table/XTableRows.hpp>
+#include <com/sun/star/util/NumberFormat.hpp>
 #include <com/sun/star/util/XNumberFormats.hpp>
+#include <com/sun/star/util/XNumberFormatter.hpp>
 #include <com/sun/star/util/XNumberFormatsSupplier.hpp>
 #include <com/sun/star/util/XReplaceDescriptor.hpp>
 #include <com/sun/star/util/XReplaceable.hpp>
@@ -130,7 +134,59 @@ void CalcRange::SetFormula(const Block& formulas) {
   });
 }
 
-void CalcRange::SetFormula(const std::string& formula) { SetFormula(Block{{Cell(formula)}}); }
+void CalcRange::SetFormula(const std::string& formula) {
+  SetFormula(Block{{Cell(formula)}});
+  if (!formula.empty() && formula[0] != '=' && formula[0] != '\'') ShowAsTyped(formula);
+}
+
+namespace {
+
+// The format the spreadsheet gives a General cell for a number typed in
+// this form (en-US): "1/15/2024" a date, "3:45 PM" a time, "12%" a
+// percentage, "$1,234.50" an amount, "1,234" thousands; "" for a plain
+// number.
+std::string TypedFormat(sal_Int16 type, const std::string& text) {
+  namespace nf = css::util::NumberFormat;
+  const bool decimals = text.find('.') != std::string::npos;
+  const std::string lower = Lower(text);
+  const bool seconds = std::count(text.begin(), text.end(), ':') >= 2;
+  const bool am_pm = lower.find("am") != std::string::npos || lower.find("pm") != std::string::npos;
+  const std::string time = std::string("h:mm") + (seconds ? ":ss" : "") + (am_pm ? " AM/PM" : "");
+  if ((type & nf::DATETIME) == nf::DATETIME) return "m/d/yyyy " + time;
+  if (type & nf::DATE) return "m/d/yyyy";
+  if (type & nf::TIME) return time;
+  if (type & nf::PERCENT) return decimals ? "0.00%" : "0%";
+  if (type & nf::CURRENCY) return decimals ? "$#,##0.00" : "$#,##0";
+  if (type & nf::SCIENTIFIC) return "0.00E+00";
+  if ((type & nf::NUMBER) && text.find(',') != std::string::npos) return decimals ? "#,##0.00" : "#,##0";
+  return "";
+}
+
+}  // namespace
+
+// The office reads a typed date, time, percentage or amount as its number
+// but leaves a General cell General; the spreadsheet shows it the way it was
+// typed, so the cells get that format (those that had none of their own).
+void CalcRange::ShowAsTyped(const std::string& text) {
+  const std::string format = Call("Range.Formula", [&]() -> std::string {
+    Reference<css::util::XNumberFormatsSupplier> supplier(book_->component(), UNO_QUERY_THROW);
+    Reference<css::util::XNumberFormatter> formatter(
+        book_->app()->session().Create("com.sun.star.util.NumberFormatter"), UNO_QUERY_THROW);
+    formatter->attachNumberFormatsSupplier(supplier);
+    sal_Int32 key = 0;
+    try {
+      key = formatter->detectNumberFormat(0, ToOUString(text));
+    } catch (const css::uno::Exception&) {
+      return "";  // not a number: text
+    }
+    Reference<css::beans::XPropertySet> detected(supplier->getNumberFormats()->getByKey(key), UNO_QUERY_THROW);
+    sal_Int16 type = 0;
+    detected->getPropertyValue("Type") >>= type;
+    return TypedFormat(type, text);
+  });
+  if (format.empty() || NumberFormat() != "General") return;
+  SetNumberFormat(format);
+}
 
 void CalcRange::SetNumberFormat(const std::string& format) {
   Call("Range.NumberFormat", [&] {

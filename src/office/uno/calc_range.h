@@ -63,6 +63,7 @@ class CalcRange : public Range {
   auto Call(const char* what, F&& f) -> decltype(f());
   Reference<css::table::XCellRange> Cells();
   void ClearFlags(const char* what, int32_t flags);
+  void ShowAsTyped(const std::string& text);
   void ReplaceInFormulas(const std::string& what, const std::string& replacement, bool whole, bool match_case);
 
   CalcWorkbook* book_;
