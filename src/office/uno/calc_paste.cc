@@ -78,6 +78,8 @@ CellRect CalcWorkbook::PasteAt(const SheetRef& sheet, int32_t row, int32_t colum
   if (target.last_row >= MaxRows() || target.last_column >= MaxColumns())
     throw Error(ErrorKind::kAutomation, "the paste area lies outside the sheet");
 
+  if (clip.from_table && !clip.html.empty() && !transpose && !skip_blanks)
+    return PasteTable(sheet, row, column, clip, values_only);
   if (clip.from_table) {
     WriteTyped(sheet, target, transpose ? Transposed(clip.values) : clip.values);
     return target;

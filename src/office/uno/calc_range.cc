@@ -25,6 +25,7 @@
 #include <com/sun/star/util/XNumberFormatter.hpp>
 #include <com/sun/star/util/XNumberFormatsSupplier.hpp>
 #include <com/sun/star/util/XReplaceDescriptor.hpp>
+#include <com/sun/star/util/XMergeable.hpp>
 #include <com/sun/star/util/XReplaceable.hpp>
 
 #include "office/uno/calc_application.h"
@@ -403,6 +404,27 @@ std::unique_ptr<Range> CalcRange::SpecialCells(int32_t type) {
     const CellRect used = book_->UsedArea(sheet_);
     return std::make_unique<CalcRange>(
         book_, sheet_, CellRect{used.last_row, used.last_column, used.last_row, used.last_column});
+  });
+}
+
+}  // namespace tabulon::office::uno
+
+namespace tabulon::office::uno {
+
+bool CalcRange::MergeCells() {
+  return Call("Range.MergeCells", [&] {
+    Reference<css::util::XMergeable> merge(Cells(), UNO_QUERY_THROW);
+    return static_cast<bool>(merge->getIsMerged());
+  });
+}
+
+bool CalcRange::FontBold() {
+  return Call("Range.Font.Bold", [&] {
+    Reference<css::beans::XPropertySet> cell(sheet_->getCellByPosition(rect_.first_column, rect_.first_row),
+                                             UNO_QUERY_THROW);
+    float weight = 0;
+    cell->getPropertyValue("CharWeight") >>= weight;
+    return weight >= 150.0f;  // css::awt::FontWeight::BOLD
   });
 }
 

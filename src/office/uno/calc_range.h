@@ -57,6 +57,8 @@ class CalcRange : public Range {
   std::unique_ptr<Range> Cells(int32_t row, int32_t column) override;
   void Select() override;
   std::unique_ptr<Range> SpecialCells(int32_t type) override;
+  bool MergeCells() override;
+  bool FontBold() override;
 
  private:
   template <typename F>

@@ -24,6 +24,8 @@
 
 namespace tabulon::office::uno {
 
+struct ClipboardContent;
+
 class CalcWorkbook : public Workbook {
  public:
   // Without a component the workbook is unborn (see UnbornState).
@@ -122,6 +124,10 @@ class CalcWorkbook : public Workbook {
   void WriteTyped(const SheetRef& sheet, const CellRect& rect, const Block& texts);
   CellRect PasteAt(const SheetRef& sheet, int32_t row, int32_t column, int32_t kind,
                    bool skip_blanks, bool transpose);
+  // A word-processor table from the clipboard's HTML (calc_paste_table.cc):
+  // all of it, or its values alone.
+  CellRect PasteTable(const SheetRef& sheet, int32_t row, int32_t column, const ClipboardContent& clip,
+                      bool values_only);
 
   // ---- text output (calc_save.cc, calc_direct_export.cc) ----
   // Whether the office's text export of `sheet` writes what it writes for a

@@ -23,6 +23,9 @@ struct ClipboardContent {
   Block values;
   Block formulas;
   bool from_table = false;
+  // A word-processor table as the office writes it for others to paste:
+  // HTML, with its merged cells and its look. Empty when none was given.
+  std::string html;
   // Where the cells came from: relative references move by the distance from
   // there, and a paste into the same workbook can copy cell formatting too.
   uint64_t source_workbook = 0;  // the copying workbook's id, 0 when none

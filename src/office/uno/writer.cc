@@ -7,7 +7,11 @@
 #include <com/sun/star/configuration/theDefaultProvider.hpp>
 #include <com/sun/star/container/XIndexAccess.hpp>
 #include <com/sun/star/container/XNameAccess.hpp>
+#include <com/sun/star/datatransfer/DataFlavor.hpp>
+#include <com/sun/star/datatransfer/XTransferable.hpp>
+#include <com/sun/star/datatransfer/XTransferableSupplier.hpp>
 #include <com/sun/star/frame/XComponentLoader.hpp>
+#include <com/sun/star/frame/XModel.hpp>
 #include <com/sun/star/frame/XStorable.hpp>
 #include <com/sun/star/lang/XMultiServiceFactory.hpp>
 #include <com/sun/star/sheet/XCellRangeData.hpp>
@@ -15,10 +19,12 @@
 #include <com/sun/star/table/XTableColumns.hpp>
 #include <com/sun/star/table/XTableRows.hpp>
 #include <com/sun/star/text/XText.hpp>
+#include <com/sun/star/text/XTextTableCursor.hpp>
 #include <com/sun/star/text/XTextTablesSupplier.hpp>
 #include <com/sun/star/util/CloseVetoException.hpp>
 #include <com/sun/star/util/XCloseable.hpp>
 #include <com/sun/star/util/XModifiable.hpp>
+#include <com/sun/star/view/XSelectionSupplier.hpp>
 
 #include "office/uno/clipboard.h"
 
@@ -108,12 +114,42 @@ Block WriterTable::Cells() {
   return document_->Call("Table.Cells", [&] { return Read(); });
 }
 
+// The table as the word processor hands it to other programs: every cell
+// of it selected in the document's view, then the view's transferable asked
+// for HTML, which carries merged cells and the cells' look. (A transferable
+// put on the system clipboard of one headless office is not seen by
+// another, so the content is taken here and carried by the backend.)
+std::string WriterTable::Html() {
+  Reference<css::frame::XModel> model(document_->component(), UNO_QUERY_THROW);
+  const auto controller = model->getCurrentController();
+  Reference<css::view::XSelectionSupplier> selection(controller, UNO_QUERY);
+  Reference<css::datatransfer::XTransferableSupplier> supplier(controller, UNO_QUERY);
+  if (!selection.is() || !supplier.is()) return {};
+  // Selecting the table object itself selects nothing to copy; a table
+  // cursor from the first to the last cell does.
+  const auto names = table_->getCellNames();
+  if (!names.hasElements()) return {};
+  auto cursor = table_->createCursorByCellName(names[0]);
+  cursor->gotoStart(false);
+  cursor->gotoEnd(true);
+  if (!selection->select(Any(cursor))) return {};
+  const auto transferable = supplier->getTransferable();
+  css::datatransfer::DataFlavor html;
+  html.MimeType = "text/html";
+  html.DataType = cppu::UnoType<Sequence<sal_Int8>>::get();
+  if (!transferable.is() || !transferable->isDataFlavorSupported(html)) return {};
+  Sequence<sal_Int8> bytes;
+  if (!(transferable->getTransferData(html) >>= bytes)) return {};
+  return std::string(reinterpret_cast<const char*>(bytes.getConstArray()), bytes.getLength());
+}
+
 void WriterTable::RangeCopy() {
   document_->Call("Table.Range.Copy", [&] {
     ClipboardContent content;
     content.has_content = true;
     content.from_table = true;
-    // A table pastes as the text of its cells, as typed.
+    // The text of the cells, as typed: what a paste of values falls back
+    // to when the view gives no HTML.
     Block block = Read();
     for (auto& row : block)
       for (auto& cell : row)
@@ -126,6 +162,7 @@ void WriterTable::RangeCopy() {
     for (const auto& row : block) width = std::max(width, row.size());
     for (auto& row : block) row.resize(width);
     content.values = std::move(block);
+    content.html = Html();
     Clipboard::Get().Set(std::move(content));
   });
 }

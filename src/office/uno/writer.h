@@ -29,6 +29,7 @@ class WriterDocument : public Document {
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f());
   bool closed() const { return closed_; }
+  const Reference<css::lang::XComponent>& component() const { return component_; }
   void CloseDocument();
 
  private:
@@ -50,6 +51,7 @@ class WriterTable : public Table {
 
  private:
   Block Read();
+  std::string Html();
   WriterDocument* document_;
   Reference<css::text::XTextTable> table_;
 };
