@@ -297,6 +297,51 @@ class TABULON_EXPORT TabulonCtrl {
   // from A1 as formulas (relative references turned with the block); the old
   // cells are cleared, formats included.
   int32_t TransposeSheetData(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheet);
+  // ---- Word table import ----
+  // Copies tables of the word-processor document sPathOriginal (.doc, .docx,
+  // .odt, .rtf, ...) into the workbook sPathTarget, which is opened with
+  // OutputFile_PassWord(_TW) when it exists and made otherwise, and saved in
+  // the normal workbook format. The word processor is an office process of
+  // its own; the document is opened read-only with InputFile_PassWord (and
+  // InputFile_PassWord_TW in the template-password place) and never saved.
+  // - sTablesToDo: table numbers (1-based, document order) such as "1,3-4";
+  //   empty or nothing left after cleaning: every table.
+  // - sRowsToDelete, sColsToDelete: rows and columns deleted from every
+  //   table, in the document in memory only, before it is copied.
+  // - The table moves as the word processor copies it: cells as cells,
+  //   merged cells merged, numbers as numbers, text (commas, line breaks,
+  //   a leading "=") as text, with the table's look; bRemoveTableFormatting
+  //   pastes the values alone.
+  // - lTableImportMethod 0: every table on sheet sSheetToImportTo (made when
+  //   missing and activated), the first at sPasteToCell ("" becomes "A1"),
+  //   each next one lRowsBetweenTables rows below and lColsBetweenTables
+  //   columns right of the one before; a negative distance keeps the start
+  //   cell's row (column) instead, both negative paste every table at the
+  //   start cell. While MultifileProcessing is True the cell after the last
+  //   table is kept in the control and the next call starts there (setting
+  //   MultifileProcessing starts a new series).
+  //   1: a new sheet per table after the active one, in table order, named
+  //   <sSheetToImportTo>_<t>, or <sSheetToImportTo>_<t>_(k) for the first
+  //   free k from 2 to 5000 when that name is taken.
+  //   2: a new workbook per table, <folder>/<base>-<t>.<ext> beside
+  //   sPathTarget, its sheet named <sSheetToImportTo>_<t>.
+  //   Any other number imports nothing.
+  // Rewrites sPasteToCell ("" to "A1", or the kept cell) and removes double
+  // quotes from sSheetToImportTo, sTablesToDo, sRowsToDelete and
+  // sColsToDelete; the three lists are left as the item-list parser cleans
+  // them.
+  // Codes: -202 "Source File does not exist", -208 (no event); -3, -12
+  // (with the event; the spreadsheet office is quit again); -14 "Table(s)
+  // specified do not exist in word document" when the largest listed number
+  // exceeds the table count, before anything is pasted; -204 when the sheet
+  // cannot be made; -4 and -13 when an office could not be closed
+  // (replacing any other code); an office error in the middle goes the
+  // general error path. A list such as "-5" throws the item-list parser's
+  // AutomationError (type mismatch) after everything was closed.
+  int32_t WordTableToExcel(std::string& sPathOriginal, std::string& sPathTarget, std::string& sTablesToDo,
+                           int32_t& lTableImportMethod, std::string& sSheetToImportTo, std::string& sPasteToCell,
+                           int32_t& lRowsBetweenTables, int32_t& lColsBetweenTables, std::string& sRowsToDelete,
+                           std::string& sColsToDelete, bool& bRemoveTableFormatting);
 
   // ---- Text methods (libravelin.so) ----
   // Each returns the text library's result unchanged (0 success, its negative

@@ -172,4 +172,13 @@ bool SamePathText(const std::string& a, const std::string& b) {
          std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return LowerAscii(x) == LowerAscii(y); });
 }
 
+std::string NumberedOutputPath(const std::string& target, const std::string& item) {
+  const std::string folder = GetFolderOfPath(target);
+  const std::string name = target.substr(folder.size());
+  const size_t dot = name.rfind('.');
+  if (dot == std::string::npos) return folder + name + "-" + item;
+  const std::string extension = name.substr(dot + 1);
+  return folder + name.substr(0, dot) + "-" + item + (extension.empty() ? "" : "." + extension);
+}
+
 }  // namespace tabulon

@@ -76,4 +76,10 @@ std::string RemoveDoubleQuotes(const std::string& text);
 // letters; how a method decides whether its target is its source.
 bool SamePathText(const std::string& a, const std::string& b);
 
+// The path of one of several outputs made from `target`: its folder, its
+// base name, "-", `item`, then "." and its extension when it has one
+// ("/out/book.xls" and "2" give "/out/book-2.xls"; "/out/book" gives
+// "/out/book-2"). Text only.
+std::string NumberedOutputPath(const std::string& target, const std::string& item);
+
 }  // namespace tabulon
