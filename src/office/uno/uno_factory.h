@@ -118,6 +118,9 @@ class UnoWordApplication : public WordApplication {
   virtual std::vector<SwitchRecord> Switches() = 0;
   virtual void SetCallTimeLimit(std::chrono::milliseconds limit) = 0;
   virtual bool IsAlive() = 0;
+  // Writes a copy of the document in the format its extension names: .doc,
+  // .docx, .odt or .rtf (tests make their documents so).
+  virtual void SaveCopyAs(Document& document, const std::string& filename) = 0;
 };
 
 class UnoFactory : public Factory {

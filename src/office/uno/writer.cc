@@ -272,4 +272,21 @@ void WriterApplication::Quit() {
   session_->Quit();
 }
 
+void WriterApplication::SaveCopyAs(Document& document, const std::string& filename) {
+  auto& writer_document = dynamic_cast<WriterDocument&>(document);
+  writer_document.Call("Document.SaveCopyAs", [&] {
+    static const std::pair<const char*, const char*> kFilters[] = {
+        {".doc", "MS Word 97"}, {".docx", "MS Word 2007 XML"}, {".odt", "writer8"}, {".rtf", "Rich Text Format"}};
+    const std::string extension = fs::path(filename).extension().string();
+    const char* filter = nullptr;
+    for (const auto& [ext, name] : kFilters)
+      if (extension == ext) filter = name;
+    if (filter == nullptr) throw Error(ErrorKind::kAutomation, "no word-processor format for " + filename);
+    Reference<css::frame::XStorable> storable(writer_document.component(), UNO_QUERY_THROW);
+    storable->storeToURL(ToOUString(FileUrl(fs::absolute(filename).string())),
+                         ToSequence<css::beans::PropertyValue>({Prop("FilterName", Any(OUString::createFromAscii(filter))),
+                                                                Prop("Overwrite", Any(true))}));
+  });
+}
+
 }  // namespace tabulon::office::uno

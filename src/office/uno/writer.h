@@ -72,6 +72,7 @@ class WriterApplication : public UnoWordApplication {
   std::vector<SwitchRecord> Switches() override { return switches_; }
   void SetCallTimeLimit(std::chrono::milliseconds limit) override { session_->SetCallTimeLimit(limit); }
   bool IsAlive() override { return session_->Alive(); }
+  void SaveCopyAs(Document& document, const std::string& filename) override;
 
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f()) {
