@@ -148,7 +148,7 @@ class Range {
   // SpecialCells(11): the last used cell of the range's sheet.
   virtual std::unique_ptr<Range> SpecialCells(int32_t type) = 0;
 
-  // MergeCells: True when the range holds a merged cell.
+  // MergeCells of the range's first cell: True when it starts a merged cell.
   virtual bool MergeCells() { throw Error(ErrorKind::kAutomation, "not supported: Range.MergeCells"); }
   // Font.Bold of the range's first cell.
   virtual bool FontBold() { throw Error(ErrorKind::kAutomation, "not supported: Range.Font.Bold"); }

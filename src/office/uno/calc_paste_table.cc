@@ -4,6 +4,7 @@
 // numbers become numbers and the cells keep their look, and then moves the
 // cells from there to the sheet as one of its own pastes.
 #include <algorithm>
+#include <cstdio>
 
 #include <com/sun/star/container/XEnumerationAccess.hpp>
 #include <com/sun/star/container/XIndexAccess.hpp>
@@ -107,6 +108,7 @@ CellRect CalcWorkbook::PasteTable(const SheetRef& sheet, int32_t row, int32_t co
   last_row = std::max<int32_t>(last_row, static_cast<int32_t>(clip.values.size()) - 1);
   if (!clip.values.empty())
     last_column = std::max<int32_t>(last_column, static_cast<int32_t>(clip.values[0].size()) - 1);
+  fprintf(stderr, "scratch used %d %d %d %d\n", (int)area.StartRow, (int)area.StartColumn, (int)area.EndRow, (int)area.EndColumn);
   const CellRect source{0, 0, last_row, last_column};
   const CellRect target{row, column, row + last_row, column + last_column};
   if (target.last_row >= MaxRows() || target.last_column >= MaxColumns())

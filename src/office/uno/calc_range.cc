@@ -413,7 +413,9 @@ namespace tabulon::office::uno {
 
 bool CalcRange::MergeCells() {
   return Call("Range.MergeCells", [&] {
-    Reference<css::util::XMergeable> merge(Cells(), UNO_QUERY_THROW);
+    Reference<css::util::XMergeable> merge(
+        sheet_->getCellRangeByPosition(rect_.first_column, rect_.first_row, rect_.first_column, rect_.first_row),
+        UNO_QUERY_THROW);
     return static_cast<bool>(merge->getIsMerged());
   });
 }
