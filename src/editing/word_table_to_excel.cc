@@ -13,10 +13,6 @@
 #include "util/file_helpers.h"
 #include "util/item_list.h"
 
-#include <chrono>
-#include <cstdio>
-static auto T0 = std::chrono::steady_clock::now();
-#define TT(x) fprintf(stderr, "%s %.3f\n", x, std::chrono::duration<double>(std::chrono::steady_clock::now()-T0).count())
 namespace tabulon {
 
 namespace {
@@ -63,7 +59,7 @@ class WordImport {
     auto table = document_.Tables(t);
     for (auto r = rows_.rbegin(); r != rows_.rend(); ++r) table->RowDelete(*r);
     for (auto c = columns_.rbegin(); c != columns_.rend(); ++c) table->ColumnDelete(*c);
-    TT("deleted"); table->RangeCopy(); TT("copied");
+    table->RangeCopy();
   }
 
   // Into the active sheet at its selection; the pasted block becomes the
@@ -74,7 +70,7 @@ class WordImport {
       sheet->PasteSpecialValues();
     } else {
       sheet->Paste();
- TT("pasted");    }
+    }
   }
 
   void SaveTarget(const std::string& target) {
@@ -110,7 +106,7 @@ class WordImport {
     for (const int32_t t : tables) {
       DeleteAndCopy(t);
       Paste();
-      const auto pasted = excel_.Selection(); fprintf(stderr, "pasted %s\n", pasted->Address().c_str());
+      const auto pasted = excel_.Selection();
       const auto start = excel_.ActiveSheet()->GetRange(paste_to_cell);
       const int32_t row = rows_between >= 0 ? pasted->Row() + pasted->RowsCount() + rows_between : start->Row();
       const int32_t column =
@@ -186,13 +182,13 @@ int32_t TabulonCtrl::WordTableToExcel(std::string& sPathOriginal, std::string& s
   if (!FileExists(sPathOriginal)) return s.Fail(kFileMissing, msg::kSourceFileMissing);
   if (const int32_t code = MakeTargetFolder(s, sPathTarget); code != kSuccess) return code;
 
-  TT("start"); Applications apps(s);
+  Applications apps(s);
   office::Application* excel = apps.Excel();
   if (excel == nullptr) return kExcelNotCreated;
   office::WordApplication* word = apps.Word();
   if (word == nullptr) return apps.CloseAll(kWordNotCreated);
 
-  TT("apps"); if (sPasteToCell.empty()) sPasteToCell = "A1";
+  if (sPasteToCell.empty()) sPasteToCell = "A1";
   sSheetToImportTo = RemoveDoubleQuotes(sSheetToImportTo);
   sTablesToDo = RemoveDoubleQuotes(sTablesToDo);
   sColsToDelete = RemoveDoubleQuotes(sColsToDelete);
@@ -223,7 +219,7 @@ int32_t TabulonCtrl::WordTableToExcel(std::string& sPathOriginal, std::string& s
     open.password_template = s.input_password_tw;
     document = &word->Open(sPathOriginal, open);
 
-    TT("doc open"); const bool target_is_new = !FileExists(sPathTarget);
+    const bool target_is_new = !FileExists(sPathTarget);
     office::Workbook* book = nullptr;
     if (target_is_new) {
       book = &excel->GetWorkbooks().Add();
@@ -234,7 +230,7 @@ int32_t TabulonCtrl::WordTableToExcel(std::string& sPathOriginal, std::string& s
       book = &excel->GetWorkbooks().Open(sPathTarget, target_open);
     }
 
-    TT("target"); std::vector<std::string> items;
+    std::vector<std::string> items;
     int32_t count = 0;
     if (ParseToDoList(sTablesToDo, items, count) & kItemListEmpty) {
       const int32_t tables = word->ActiveDocument().TablesCount();
@@ -281,8 +277,8 @@ int32_t TabulonCtrl::WordTableToExcel(std::string& sPathOriginal, std::string& s
     apps.CloseAll(code);
     throw;
   }
-  TT("work"); close_document();
-  code = apps.CloseAll(code); TT("closed"); return code;
+  close_document();
+  return apps.CloseAll(code);
 }
 
 }  // namespace tabulon

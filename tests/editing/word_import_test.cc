@@ -153,6 +153,65 @@ Outcome Import(TabulonCtrl& control, Call call) {
   return out;
 }
 
+// A word processor that forwards to the real one; its Quit quits and then
+// reports a failure.
+class FailingQuitWord : public office::WordApplication {
+ public:
+  explicit FailingQuitWord(std::unique_ptr<office::WordApplication> real) : real_(std::move(real)) {}
+  std::string Version() override { return real_->Version(); }
+  void SetDisplayAlerts(int16_t value) override { real_->SetDisplayAlerts(value); }
+  void SetVisible(bool value) override { real_->SetVisible(value); }
+  office::Document& Open(const std::string& f, const office::DocumentOpenOptions& o) override {
+    return real_->Open(f, o);
+  }
+  office::Document& ActiveDocument() override { return real_->ActiveDocument(); }
+  void Quit() override {
+    real_->Quit();
+    throw office::Error(office::ErrorKind::kAutomation, "injected: Quit failed");
+  }
+
+ private:
+  std::unique_ptr<office::WordApplication> real_;
+};
+
+// The real office, except that the word processor cannot be started
+// (`word` kNone), or that the one a method starts fails to quit (the
+// install probe's quits normally).
+class WordFaultFactory : public office::Factory {
+ public:
+  enum class Word { kNormal, kNone, kFailingQuit };
+  explicit WordFaultFactory(Word word) : word_(word) {}
+  std::unique_ptr<office::Application> CreateExcel() override {
+    ++excel_created;
+    return real_->CreateExcel();
+  }
+  std::unique_ptr<office::WordApplication> CreateWord() override {
+    if (word_ == Word::kNone) throw office::Error(office::ErrorKind::kAutomation, "injected: no word processor");
+    ++word_created;
+    auto real = real_->CreateWord();
+    if (word_ == Word::kFailingQuit && word_created > 1) return std::make_unique<FailingQuitWord>(std::move(real));
+    return real;
+  }
+  int excel_created = 0;
+  int word_created = 0;
+
+ private:
+  std::shared_ptr<office::Factory> real_ = office::uno::MakeUnoFactory();
+  Word word_;
+};
+
+// A control of its own, without OptimizeForSpeed.
+struct ColdControl {
+  explicit ColdControl(WordFaultFactory::Word word = WordFaultFactory::Word::kNormal)
+      : factory(std::make_shared<WordFaultFactory>(word)) {
+    ControlOptions options;
+    options.office = factory;
+    control = std::make_unique<TabulonCtrl>(options);
+  }
+  std::shared_ptr<WordFaultFactory> factory;
+  std::unique_ptr<TabulonCtrl> control;
+};
+
 class WordImport : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -217,6 +276,217 @@ TEST_F(WordImport, EveryDocumentFormatGivesCellsMergedCellsNumbersAndTheLook) {
     // Read-only and never saved.
     EXPECT_EQ(ReadBytes(Doc(ext)), before);
   }
+}
+
+// Tables 2 (2 x 2) and 3 (3 x 2) from B2 with each rule of the distances.
+TEST_F(WordImport, PlacesTablesOnOneSheetByTheDistancesGiven) {
+  struct Case {
+    int32_t rows, columns;
+    const char* second;  // where table 3 starts
+  };
+  const Case cases[] = {{1, 1, "E5"}, {0, -1, "B4"}, {-1, 2, "F2"}, {-1, -1, "B2"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.second);
+    Call call{Doc(".docx"), Path(std::string("place-") + c.second + ".xls"), "3,2"};
+    call.cell = "B2";
+    call.rows_between = c.rows;
+    call.columns_between = c.columns;
+    const Outcome out = Import(Warm(), call);
+    ASSERT_EQ(out.code, 0) << out.error;
+    EXPECT_EQ(out.after.tables, "2,3");
+    const Block three = {{S("h1"), S("h2")}, {N(10), N(20)}, {N(30), N(40)}};
+    auto* reader = Get().reader.get();
+    office::OpenOptions open;
+    open.read_only = true;
+    office::Workbook& book = reader->GetWorkbooks().Open(call.target, open);
+    auto sheet = book.GetWorksheets().Item("Data");
+    auto start = sheet->GetRange(c.second);
+    EXPECT_EQ(sheet->GetRange(start->Address() + ":" + start->Offset(2, 1)->Address())->Value(), three);
+    if (std::string(c.second) != "B2") {
+      EXPECT_EQ(sheet->GetRange("B2:C3")->Value(), (Block{{S("a"), S("b")}, {N(1), N(2)}}));
+    }
+    book.Close(false);
+  }
+}
+
+TEST_F(WordImport, AnEmptyStartCellIsA1AndValuesComeWithoutTheLook) {
+  Call call{Doc(".odt"), Path("values.xls"), "1"};
+  call.values = true;
+  const Outcome out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  EXPECT_EQ(out.after.cell, "A1");
+  EXPECT_EQ(Cells(call.target, "Data", "A1:C3"), kTableOne);
+  office::OpenOptions open;
+  open.read_only = true;
+  office::Workbook& book = Get().reader->GetWorkbooks().Open(call.target, open);
+  auto sheet = book.GetWorksheets().Item("Data");
+  EXPECT_FALSE(sheet->GetRange("A1")->MergeCells());
+  EXPECT_FALSE(sheet->GetRange("A1")->FontBold());
+  book.Close(false);
+}
+
+TEST_F(WordImport, RowsAndColumnsAreDeletedInMemoryOnly) {
+  const std::string before = ReadBytes(Doc(".docx"));
+  Call call{Doc(".docx"), Path("cut.xls"), "\"3\""};
+  call.rows_to_delete = "3,1";
+  call.columns_to_delete = "\"1\"";
+  call.values = true;
+  const Outcome out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  EXPECT_EQ(out.after.tables, "3");
+  EXPECT_EQ(out.after.rows_to_delete, "1,3");
+  EXPECT_EQ(out.after.columns_to_delete, "1");
+  EXPECT_EQ(Read(call.target), (std::vector<SheetCells>{{"Data", {{N(20)}}}}));
+  EXPECT_EQ(ReadBytes(Doc(".docx")), before);
+}
+
+TEST_F(WordImport, ATableNumberBeyondTheDocumentFailsBeforeAnythingIsPasted) {
+  // A new target is never written; an existing one keeps its bytes.
+  const std::string existing = Path("existing.xls");
+  SaveBook(*Get().reader, existing, {{"Data", {{S("kept")}}}}, office::kXlWorkbookNormal);
+  const std::string existing_bytes = ReadBytes(existing);
+  for (const std::string& target : {Path("new.xls"), existing}) {
+    for (int32_t method : {0, 1, 2}) {
+      Call call{Doc(".odt"), target, "1,4"};
+      call.method = method;
+      const Outcome out = Import(Warm(), call);
+      EXPECT_EQ(out.code, -14);
+      EXPECT_EQ(out.error, "Table(s) specified do not exist in word document");
+      EXPECT_EQ(out.events, (std::vector<std::pair<int32_t, std::string>>{{-14, out.error}}));
+    }
+  }
+  EXPECT_FALSE(fs::exists(Path("new.xls")));
+  EXPECT_FALSE(fs::exists(Path("new-1.xls")));
+  EXPECT_EQ(ReadBytes(existing), existing_bytes);
+}
+
+TEST_F(WordImport, ASheetPerTableFollowsTheActiveSheetWithFreeNames) {
+  const std::string target = Path("sheets.xls");
+  SaveBook(*Get().reader, target, {{"Data_1", {{S("first")}}}, {"Last", {}}}, office::kXlWorkbookNormal);
+  Call call{Doc(".doc"), target, "2,3"};
+  call.method = 1;
+  call.cell = "B2";
+  Outcome out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  // The workbook opens on its first sheet; the new ones follow it.
+  std::vector<SheetCells> book = Read(target);
+  std::vector<std::string> names;
+  for (const auto& sheet : book) names.push_back(sheet.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"Data_1", "Data_2", "Data_3", "Last"}));
+  EXPECT_EQ(book[1].cells, (Block{{kEmpty, kEmpty, kEmpty}, {kEmpty, S("a"), S("b")}, {kEmpty, N(1), N(2)}}));
+
+  // Again: every name is taken now, so (2) follows.
+  call.tables = "2";
+  out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  names.clear();
+  for (const auto& sheet : Read(target)) names.push_back(sheet.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"Data_1", "Data_2_(2)", "Data_2", "Data_3", "Last"}));
+}
+
+TEST_F(WordImport, AWorkbookPerTableBesideTheTarget) {
+  Call call{Doc(".rtf"), Path("out/book.xls"), ""};
+  call.method = 2;
+  call.sheet = "T";
+  const Outcome out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  EXPECT_FALSE(fs::exists(call.target));
+  EXPECT_EQ(Read(Path("out/book-2.xls")), (std::vector<SheetCells>{{"T_2", {{S("a"), S("b")}, {N(1), N(2)}}}}));
+  EXPECT_EQ(Read(Path("out/book-3.xls")),
+            (std::vector<SheetCells>{{"T_3", {{S("h1"), S("h2")}, {N(10), N(20)}, {N(30), N(40)}}}}));
+  EXPECT_TRUE(fs::exists(Path("out/book-1.xls")));
+  EXPECT_FALSE(fs::exists(Path("out/book-4.xls")));
+}
+
+TEST_F(WordImport, AnotherMethodNumberImportsNothing) {
+  Call call{Doc(".docx"), Path("none.xls"), "1"};
+  call.method = 3;
+  const Outcome out = Import(Warm(), call);
+  EXPECT_EQ(out.code, 0);
+  EXPECT_TRUE(out.events.empty());
+  EXPECT_TRUE(fs::is_empty(dir_));
+}
+
+// A series of documents fills one sheet while MultifileProcessing is on;
+// setting it again starts a new series.
+TEST_F(WordImport, ASeriesOfDocumentsContinuesOnOneSheet) {
+  Warm().put_MultifileProcessing(true);
+  Call call{Doc(".docx"), Path("series.xls"), "2"};
+  call.rows_between = 0;
+  Outcome out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  call.original = Doc(".odt");
+  call.tables = "3";
+  out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  EXPECT_EQ(out.after.cell, "$A$3");
+  const Block series = {{S("a"), S("b")}, {N(1), N(2)}, {S("h1"), S("h2")}, {N(10), N(20)}, {N(30), N(40)}};
+  EXPECT_EQ(Read(call.target), (std::vector<SheetCells>{{"Data", series}}));
+
+  Warm().put_MultifileProcessing(true);
+  call.tables = "2";
+  call.cell = "";
+  out = Import(Warm(), call);
+  ASSERT_EQ(out.code, 0) << out.error;
+  EXPECT_EQ(out.after.cell, "A1");
+
+  // Off: the start cell is used as given.
+  Warm().put_MultifileProcessing(false);
+  call.cell = "D1";
+  out = Import(Warm(), call);
+  EXPECT_EQ(out.after.cell, "D1");
+  EXPECT_EQ(Cells(call.target, "Data", "D1:E1"), (Block{{S("a"), S("b")}}));
+}
+
+TEST_F(WordImport, MissingSourceAndUnmakeableFolderNeedNoOffice) {
+  std::ofstream(Path("file")) << "x";
+  struct Case {
+    std::string original, target;
+    int32_t code;
+    const char* error;
+  };
+  const Case cases[] = {
+      {Path("missing.docx"), Path("t.xls"), -202, "Source File does not exist"},
+      {Doc(".docx"), Path("file/below/t.xls"), -208, "Target path folder does not exist"},
+  };
+  for (const Case& c : cases) {
+    ColdControl cold;
+    const Outcome out = Import(*cold.control, Call{c.original, c.target, ""});
+    EXPECT_EQ(out.code, c.code);
+    EXPECT_EQ(out.error, c.error);
+    EXPECT_TRUE(out.events.empty());
+    EXPECT_EQ(cold.factory->excel_created, 0);
+    EXPECT_EQ(cold.factory->word_created, 0);
+  }
+}
+
+// Every failure that ends the offices leaves none running.
+TEST_F(WordImport, OfficeFailuresLeaveNoOfficeRunning) {
+  const size_t shared_offices = ChildOfficePids().size();
+  {
+    ColdControl cold(WordFaultFactory::Word::kNone);
+    const Outcome out = Import(*cold.control, Call{Doc(".docx"), Path("t.xls"), ""});
+    EXPECT_EQ(out.code, -12);
+    EXPECT_EQ(out.error, "Unable to create Word Application. Is it installed?");
+    EXPECT_EQ(out.events, (std::vector<std::pair<int32_t, std::string>>{{-12, out.error}}));
+    EXPECT_GE(cold.factory->excel_created, 1);
+  }
+  {
+    ColdControl cold(WordFaultFactory::Word::kFailingQuit);
+    const Outcome out = Import(*cold.control, Call{Doc(".docx"), Path("q.xls"), "2"});
+    EXPECT_EQ(out.code, -13);
+    EXPECT_EQ(out.error, "Unable to destroy Word application. Is it installed?");
+    EXPECT_TRUE(out.events.empty());
+    // The work itself was done.
+    EXPECT_EQ(Read(Path("q.xls")), (std::vector<SheetCells>{{"Data", {{S("a"), S("b")}, {N(1), N(2)}}}}));
+  }
+  {
+    ColdControl cold;
+    Call call{Doc(".docx"), Path("m.xls"), "-5"};
+    EXPECT_THROW(Import(*cold.control, call), AutomationError);
+    EXPECT_FALSE(fs::exists(Path("m.xls")));
+  }
+  EXPECT_EQ(ChildOfficePids().size(), shared_offices);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 // numbers become numbers and the cells keep their look, and then moves the
 // cells from there to the sheet as one of its own pastes.
 #include <algorithm>
-#include <cstdio>
 
 #include <com/sun/star/container/XEnumerationAccess.hpp>
 #include <com/sun/star/container/XIndexAccess.hpp>
@@ -18,6 +17,7 @@
 #include <com/sun/star/sheet/XCellRangesQuery.hpp>
 #include <com/sun/star/sheet/XSheetCellCursor.hpp>
 #include <com/sun/star/sheet/XSheetCellRanges.hpp>
+#include <com/sun/star/sheet/XSheetOperation.hpp>
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
 #include <com/sun/star/sheet/XUsedAreaCursor.hpp>
 #include <com/sun/star/table/XCell.hpp>
@@ -32,6 +32,9 @@
 namespace tabulon::office::uno {
 
 namespace {
+
+// Every CellFlags bit: values, texts, formulas, notes, formats, objects.
+constexpr sal_Int32 kAllCellFlags = 1023;
 
 // The scratch document, closed however the paste ends.
 class ScratchDocument {
@@ -108,7 +111,6 @@ CellRect CalcWorkbook::PasteTable(const SheetRef& sheet, int32_t row, int32_t co
   last_row = std::max<int32_t>(last_row, static_cast<int32_t>(clip.values.size()) - 1);
   if (!clip.values.empty())
     last_column = std::max<int32_t>(last_column, static_cast<int32_t>(clip.values[0].size()) - 1);
-  fprintf(stderr, "scratch used %d %d %d %d\n", (int)area.StartRow, (int)area.StartColumn, (int)area.EndRow, (int)area.EndColumn);
   const CellRect source{0, 0, last_row, last_column};
   const CellRect target{row, column, row + last_row, column + last_column};
   if (target.last_row >= MaxRows() || target.last_column >= MaxColumns())
@@ -126,6 +128,13 @@ CellRect CalcWorkbook::PasteTable(const SheetRef& sheet, int32_t row, int32_t co
   scratch_view->select(Any(source_range));
   const auto transferable =
       Reference<css::datatransfer::XTransferableSupplier>(scratch_view, UNO_QUERY_THROW)->getTransferable();
+
+  // The office asks before it pastes over cells that hold something, and
+  // a headless office takes that as a no; a paste replaces what was there.
+  Reference<css::sheet::XSheetOperation>(
+      sheet->getCellRangeByPosition(target.first_column, target.first_row, target.last_column, target.last_row),
+      UNO_QUERY_THROW)
+      ->clearContents(kAllCellFlags);
 
   EnsureView();
   Reference<css::frame::XModel> model(component(), UNO_QUERY_THROW);

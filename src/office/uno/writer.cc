@@ -140,7 +140,6 @@ std::string WriterTable::Html() {
   if (!transferable.is() || !transferable->isDataFlavorSupported(html)) return {};
   Sequence<sal_Int8> bytes;
   if (!(transferable->getTransferData(html) >>= bytes)) return {};
-  { FILE* f = fopen("/tmp/wi/last.html", "w"); fwrite(bytes.getConstArray(), 1, bytes.getLength(), f); fclose(f); }
   return std::string(reinterpret_cast<const char*>(bytes.getConstArray()), bytes.getLength());
 }
 
