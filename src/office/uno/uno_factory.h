@@ -40,8 +40,12 @@
 // - Copy/Paste use the backend's own clipboard: values and formulas (with
 //   relative references moved), transposition; cell formatting is kept only
 //   for a whole-range paste inside the same workbook without transposition.
-//   A Word table pastes as its cell text (numbers become numbers), without
-//   Word's formatting. PasteSpecial with an Operation, or a Paste type other
+//   A Word table moves as the HTML the word processor gives other programs,
+//   read by this office's HTML import: merged cells stay merged, numbers
+//   become numbers, text (a leading "=" too) stays text, and the cells keep
+//   the table's look unless values alone are pasted; a paste replaces what
+//   the cells held. Transposed or skip-blanks pastes of a table take its
+//   cell text only. PasteSpecial with an Operation, or a Paste type other
 //   than all, values, formulas (and their number-format variants), throws.
 // - SaveAs with a password writes only formats the office can encrypt (.xls,
 //   .xlt, .ods); any other format asked for a password throws. A write
