@@ -44,8 +44,8 @@ void NameSheet(office::Worksheet& sheet, const std::string& name) {
 
 class WordImport {
  public:
-  WordImport(TabulonCtrl::State& state, office::Application& excel, office::Document& document,
-             office::Workbook& book, bool remove_formatting)
+  WordImport(TabulonCtrl::State& state, office::Application& excel, office::Document& document, office::Workbook& book,
+             bool remove_formatting)
       : state_(state), excel_(excel), document_(document), book_(book), remove_formatting_(remove_formatting) {}
 
   void SetDeletions(std::vector<int32_t> rows, std::vector<int32_t> columns) {

@@ -56,7 +56,8 @@ std::string FlatDocument() {
          Row({"<table:table-cell table:number-columns-spanned=\"2\"><text:p><text:span text:style-name=\"B\">"
               "Head</text:span></text:p></table:table-cell><table:covered-table-cell/>",
               Text("x")}) +
-         Row({Text("1,5"), Text("12"), "<table:table-cell><text:p>a, b</text:p><text:p>c</text:p></table:table-cell>"}) +
+         Row({Text("1,5"), Text("12"),
+              "<table:table-cell><text:p>a, b</text:p><text:p>c</text:p></table:table-cell>"}) +
          Row({Text("=x"), Text("3.5"), Text("line<text:line-break/>break")}) +
          "</table:table><text:p>Two</text:p>"
          "<table:table table:name=\"Two\"><table:table-column table:number-columns-repeated=\"2\"/>" +
@@ -67,9 +68,8 @@ std::string FlatDocument() {
          "</table:table></office:text></office:body></office:document>";
 }
 
-const Block kTableOne = {{S("Head"), kEmpty, S("x")},
-                         {S("1,5"), N(12), S("a, b\nc")},
-                         {S("=x"), N(3.5), S("line\nbreak")}};
+const Block kTableOne = {
+    {S("Head"), kEmpty, S("x")}, {S("1,5"), N(12), S("a, b\nc")}, {S("=x"), N(3.5), S("line\nbreak")}};
 
 struct Shared {
   fs::path dir;

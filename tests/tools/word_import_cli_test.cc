@@ -52,7 +52,8 @@ class WordImportCli : public ::testing::Test {
 
 TEST_F(WordImportCli, UsageErrorsExitTwo) {
   const char* cases[] = {"WordTableToExcel", "WordTableToExcel a b c", "WordTableToExcel a b c zero Data",
-                         "WordTableToExcel a b c 0 Data --no-such-flag", "WordTableToExcel a b c 0 Data --rows-between x"};
+                         "WordTableToExcel a b c 0 Data --no-such-flag",
+                         "WordTableToExcel a b c 0 Data --rows-between x"};
   for (const char* args : cases) {
     const Result r = Tabulon(args);
     EXPECT_EQ(r.exit_code, 2) << args;
@@ -85,8 +86,7 @@ TEST_F(WordImportCli, ImportsPrintNothingAndABatchSeriesFillsOneSheet) {
                                << " 2 0 Data --rows-between 0 --multifile --delete-rows 1\n"
                                << "WordTableToExcel " << Path("tables.fodt") << " " << Path("s.xls")
                                << " 1 0 Data --rows-between 0 --multifile --values\n"
-                               << "WordTableToExcel " << Path("tables.fodt") << " " << Path("s.xls")
-                               << " 1,3 0 Data\n";
+                               << "WordTableToExcel " << Path("tables.fodt") << " " << Path("s.xls") << " 1,3 0 Data\n";
   const Result batch = Tabulon("batch " + Path("lines"));
   EXPECT_EQ(batch.exit_code, 1);
   EXPECT_TRUE(batch.out.empty());

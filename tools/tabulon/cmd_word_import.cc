@@ -58,8 +58,7 @@ void AddWordImportCommand(CLI::App& parser, std::vector<Command>& commands) {
   auto o = std::make_shared<WordImportOptions>();
   CLI::App* command = parser.add_subcommand(
       "WordTableToExcel", "Copy tables of a word-processor document (.doc, .docx, .odt, .rtf) into a workbook");
-  command->add_option("sPathOriginal", o->path_original, "Document to take the tables from; never changed")
-      ->required();
+  command->add_option("sPathOriginal", o->path_original, "Document to take the tables from; never changed")->required();
   command->add_option("sPathTarget", o->path_target, "Workbook to copy into; created when missing")->required();
   command->add_option("sTablesToDo", o->tables, "Table numbers such as 1,3-4; \"\" every table")->required();
   command

@@ -4,7 +4,6 @@
 // numbers become numbers and the cells keep their look, and then moves the
 // cells from there to the sheet as one of its own pastes.
 #include <algorithm>
-
 #include <com/sun/star/container/XEnumerationAccess.hpp>
 #include <com/sun/star/container/XIndexAccess.hpp>
 #include <com/sun/star/datatransfer/XTransferableSupplier.hpp>
