@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -18,7 +19,11 @@
 #include <functional>
 #include <random>
 #include <thread>
+#include <set>
 #include <vector>
+
+#include <rtl/digest.h>
+#include <rtl/ustring.hxx>
 
 extern char** environ;
 
@@ -118,13 +123,80 @@ class Launcher {
   std::deque<Request*> queue_;
 };
 
-std::string UniqueToken() {
-  static std::atomic<unsigned> counter{0};
-  std::random_device rd;
-  char buf[64];
-  snprintf(buf, sizeof buf, "%d_%u_%08x", static_cast<int>(getpid()), counter.fetch_add(1),
-           static_cast<unsigned>(rd()));
-  return buf;
+constexpr const char* kProfilePrefix = "tabulon-office-";
+constexpr const char* kPipePrefix = "tabulon_office_";
+
+// The start time of a process (clock ticks since boot, field 22 of
+// /proc/<pid>/stat), or "" when there is no such process. A pid and its start
+// time name one process for good: pids are reused, the pair is not.
+std::string StartTimeOf(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat;
+  if (!std::getline(in, stat)) return {};
+  const size_t paren = stat.rfind(')');  // the command name may hold spaces
+  if (paren == std::string::npos) return {};
+  std::string field;
+  size_t pos = paren + 2;
+  for (int index = 3; index <= 22; ++index) {
+    const size_t space = stat.find(' ', pos);
+    field = stat.substr(pos, space == std::string::npos ? std::string::npos : space - pos);
+    if (space == std::string::npos) break;
+    pos = space + 1;
+  }
+  return field;
+}
+
+// "<pid>-<start time>-": the owner part of this program's profile names.
+const std::string& OwnerTag() {
+  static const std::string tag = std::to_string(getpid()) + "-" + StartTimeOf(getpid()) + "-";
+  return tag;
+}
+
+fs::path TempBase() {
+  std::error_code ec;
+  fs::path base = fs::temp_directory_path(ec);
+  return ec ? fs::path("/tmp") : base;
+}
+
+// The office names its single-instance pipe after an MD5 of the profile URL
+// (UTF-16 code units, hex digits without padding); its accept pipe has our
+// name. Both stay in the pipe folders after a kill, and even after a clean
+// exit.
+void RemovePipeFiles(const std::string& pipe_name, const std::string& profile_dir) {
+  const std::string url8 = "file://" + profile_dir;
+  const rtl::OUString url(url8.data(), static_cast<sal_Int32>(url8.size()), RTL_TEXTENCODING_UTF8);
+  sal_uInt8 digest[RTL_DIGEST_LENGTH_MD5];
+  rtl_digest_MD5(url.getStr(), url.getLength() * sizeof(sal_Unicode), digest, sizeof digest);
+  std::string hash;
+  char buf[4];
+  for (sal_uInt8 b : digest) {
+    snprintf(buf, sizeof buf, "%x", static_cast<unsigned>(b));
+    hash += buf;
+  }
+  const std::string uid = std::to_string(getuid());
+  for (const char* dir : {"/tmp", "/var/tmp"}) {
+    for (const std::string& name : {pipe_name, "SingleOfficeIPC_" + hash}) {
+      std::error_code ec;
+      fs::remove(std::string(dir) + "/OSL_PIPE_" + uid + "_" + name, ec);
+    }
+  }
+}
+
+// The pipe name that belongs to a profile folder: the folder's name after
+// the prefix, with "_" for "-".
+std::string PipeNameFor(const std::string& profile_dir) {
+  std::string tail = fs::path(profile_dir).filename().string().substr(std::strlen(kProfilePrefix));
+  for (char& c : tail) {
+    if (c == '-') c = '_';
+  }
+  return kPipePrefix + tail;
+}
+
+// Every live OfficeProcess, for KillEveryOffice.
+std::mutex registry_mutex;
+std::set<OfficeProcess*>& Registry() {
+  static auto* registry = new std::set<OfficeProcess*>();  // used until the very end
+  return *registry;
 }
 
 bool LocaleExists(const char* name) {
@@ -155,18 +227,61 @@ const std::string& OfficeLocale() {
   return locale;
 }
 
-OfficeProcess::OfficeProcess(std::string program_dir) : program_dir_(std::move(program_dir)) {
-  std::error_code ec;
-  fs::path base = fs::temp_directory_path(ec);
-  if (ec) base = "/tmp";
-  std::string tmpl = (base / "tabulon-office-XXXXXX").string();
-  std::vector<char> buf(tmpl.begin(), tmpl.end());
-  buf.push_back('\0');
-  if (mkdtemp(buf.data()) != nullptr) profile_dir_ = buf.data();
-  pipe_name_ = "tabulon_office_" + UniqueToken();
+void SweepAbandonedProfiles() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    std::error_code ec;
+    for (fs::directory_iterator it(TempBase(), ec), end; !ec && it != end; it.increment(ec)) {
+      const std::string name = it->path().filename().string();
+      if (name.rfind(kProfilePrefix, 0) != 0) continue;
+      // tabulon-office-<pid>-<start>-<unique>
+      const std::string owner = name.substr(std::strlen(kProfilePrefix));
+      const size_t dash1 = owner.find('-');
+      const size_t dash2 = dash1 == std::string::npos ? dash1 : owner.find('-', dash1 + 1);
+      if (dash2 == std::string::npos) continue;  // not named after an owner: leave it
+      const std::string pid_text = owner.substr(0, dash1);
+      if (pid_text.empty() || pid_text.find_first_not_of("0123456789") != std::string::npos) continue;
+      const std::string start = owner.substr(dash1 + 1, dash2 - dash1 - 1);
+      if (StartTimeOf(static_cast<pid_t>(std::stol(pid_text))) == start) continue;  // owner alive
+      std::error_code ignored;
+      fs::remove_all(it->path(), ignored);
+      RemovePipeFiles(PipeNameFor(it->path().string()), it->path().string());
+    }
+  });
 }
 
-OfficeProcess::~OfficeProcess() { Finish(); }
+void KillEveryOffice() {
+  std::lock_guard<std::mutex> lock(registry_mutex);
+  for (OfficeProcess* process : Registry()) process->Finish();
+}
+
+OfficeProcess::OfficeProcess(std::string program_dir) : program_dir_(std::move(program_dir)) {
+  SweepAbandonedProfiles();
+  std::string tmpl = (TempBase() / (kProfilePrefix + OwnerTag() + "XXXXXX")).string();
+  std::vector<char> buf(tmpl.begin(), tmpl.end());
+  buf.push_back('\0');
+  if (mkdtemp(buf.data()) != nullptr) {
+    profile_dir_ = buf.data();
+    pipe_name_ = PipeNameFor(profile_dir_);
+  } else {
+    pipe_name_ = kPipePrefix + OwnerTag();
+  }
+  std::lock_guard<std::mutex> lock(registry_mutex);
+  Registry().insert(this);
+}
+
+OfficeProcess::~OfficeProcess() {
+  {
+    std::lock_guard<std::mutex> lock(registry_mutex);
+    Registry().erase(this);
+  }
+  Finish();
+}
+
+std::string OfficeProcess::profile_dir() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return profile_dir_;
+}
 
 // The office's settings in the fresh profile. Document lock files are off:
 // every office here is our own, and a lock file left by an office that was
@@ -175,6 +290,7 @@ bool OfficeProcess::WriteSettings(std::string* reason) const {
   std::error_code ec;
   const fs::path user = fs::path(profile_dir_) / "user";
   fs::create_directories(user, ec);
+  fs::create_directories(fs::path(profile_dir_) / "tmp", ec);
   std::ofstream out(user / "registrymodifications.xcu", std::ios::binary | std::ios::trunc);
   out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
          "<oor:items xmlns:oor=\"http://openoffice.org/2001/registry\" "
@@ -190,41 +306,74 @@ bool OfficeProcess::WriteSettings(std::string* reason) const {
   return true;
 }
 
-bool OfficeProcess::Spawn(std::string* reason) {
+pid_t OfficeProcess::Start(const std::vector<std::string>& extra, std::string* reason) {
   if (profile_dir_.empty()) {
     *reason = "cannot create a profile folder";
-    return false;
+    return -1;
   }
   const std::string binary = program_dir_ + "/soffice.bin";
   if (access(binary.c_str(), X_OK) != 0) {
     *reason = "no office at " + program_dir_;
-    return false;
+    return -1;
   }
-  if (!WriteSettings(reason)) return false;
-  std::vector<std::string> args = {
-      binary,       "--headless", "--invisible", "--nologo", "--norestore", "--nodefault",
-      "--nolockcheck",
-      "--accept=pipe,name=" + pipe_name_ + ";urp;StarOffice.ComponentContext",
-      "-env:UserInstallation=file://" + profile_dir_};
+  std::vector<std::string> args = {binary,        "--headless",  "--invisible", "--nologo",
+                                   "--norestore", "--nodefault", "--nolockcheck"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  args.push_back("-env:UserInstallation=file://" + profile_dir_);
   std::vector<std::string> env;
   for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
     if (std::strncmp(*e, "LANG=", 5) == 0 || std::strncmp(*e, "LC_", 3) == 0 ||
-        std::strncmp(*e, "LANGUAGE=", 9) == 0 || std::strncmp(*e, "SAL_USE_VCLPLUGIN=", 18) == 0)
+        std::strncmp(*e, "LANGUAGE=", 9) == 0 || std::strncmp(*e, "SAL_USE_VCLPLUGIN=", 18) == 0 ||
+        std::strncmp(*e, "TMPDIR=", 7) == 0 || std::strncmp(*e, "TMP=", 4) == 0 ||
+        std::strncmp(*e, "TEMP=", 5) == 0)
       continue;
     env.emplace_back(*e);
   }
   env.push_back("LANG=" + OfficeLocale());
   env.push_back("LC_ALL=" + OfficeLocale());
   env.push_back("SAL_USE_VCLPLUGIN=svp");
-  std::lock_guard<std::mutex> lock(mutex_);
+  // The office's own temporary files (lu*.tmp folders) go with the profile.
+  env.push_back("TMPDIR=" + profile_dir_ + "/tmp");
   const pid_t pid = Launcher::Get().Spawn(binary, args, env);
-  if (pid < 0) {
-    *reason = std::string("cannot start the office: ") + std::strerror(-pid);
-    return false;
+  if (pid < 0) *reason = std::string("cannot start the office: ") + std::strerror(-pid);
+  return pid;
+}
+
+bool OfficeProcess::Prepare(std::chrono::milliseconds limit, std::string* reason) {
+  if (!WriteSettings(reason)) return false;
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  for (int start = 0; start < 3; ++start) {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      const pid_t pid = Start({"--terminate_after_init"}, reason);
+      if (pid < 0) return false;
+      pid_ = pid;
+      reaped_ = false;
+      exit_code_ = -1;
+      term_signal_ = 0;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (!WaitExit(std::max(left, std::chrono::milliseconds(0)))) {
+      Finish();
+      *reason = "the office did not start in time";
+      return false;
+    }
+    if (exit_code_ == 0) return true;
+    if (exit_code_ != 81) break;  // 81: set up, start again
   }
+  *reason = "the office could not set up its profile (code " + std::to_string(exit_code_) + ")";
+  return false;
+}
+
+bool OfficeProcess::Spawn(std::string* reason) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const pid_t pid =
+      Start({"--accept=pipe,name=" + pipe_name_ + ";urp;StarOffice.ComponentContext"}, reason);
+  if (pid < 0) return false;
   pid_ = pid;
   reaped_ = false;
   exit_code_ = -1;
+  term_signal_ = 0;
   return true;
 }
 
@@ -236,7 +385,15 @@ bool OfficeProcess::Running() {
   if (r == 0) return true;
   reaped_ = true;
   exit_code_ = (r == pid_ && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
+  term_signal_ = (r == pid_ && WIFSIGNALED(status)) ? WTERMSIG(status) : 0;
   return false;
+}
+
+std::string OfficeProcess::EndText() const {
+  if (term_signal_ != 0)
+    return "was killed by signal " + std::to_string(term_signal_) + " (" + strsignal(term_signal_) + ")";
+  if (exit_code_ >= 0) return "exited with code " + std::to_string(exit_code_);
+  return "ended";
 }
 
 bool OfficeProcess::WaitExit(std::chrono::milliseconds limit) {
@@ -258,21 +415,21 @@ void OfficeProcess::KillGroup() {
 }
 
 void OfficeProcess::Finish() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!reaped_) {
-      killpg(pid_, SIGKILL);
-      kill(pid_, SIGKILL);
-      int status = 0;
-      while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-      }
-      reaped_ = true;
-      exit_code_ = -1;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!reaped_) {
+    killpg(pid_, SIGKILL);
+    kill(pid_, SIGKILL);
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
+    reaped_ = true;
+    exit_code_ = -1;
+    term_signal_ = SIGKILL;
   }
   if (!profile_dir_.empty()) {
     std::error_code ec;
     fs::remove_all(profile_dir_, ec);
+    RemovePipeFiles(pipe_name_, profile_dir_);
     profile_dir_.clear();
   }
 }

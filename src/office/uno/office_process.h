@@ -1,5 +1,11 @@
 // One soffice.bin process of our own: its profile folder, its pipe name, its
-// process group. Plain POSIX; no UNO here.
+// process group. Plain POSIX (and sal's digest for the office's pipe names).
+//
+// Everything an office leaves on disk lives in its profile folder (its own
+// temporary folder included) or in the pipe files named after it, and goes
+// with it. Profile folders are named after the owner process (pid and start
+// time), so that the folders of a program that was killed outright are
+// recognised and swept by the next program that starts an office.
 #pragma once
 
 #include <sys/types.h>
@@ -7,6 +13,7 @@
 #include <chrono>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace tabulon::office::uno {
 
@@ -27,6 +34,12 @@ class OfficeProcess {
   OfficeProcess(const OfficeProcess&) = delete;
   OfficeProcess& operator=(const OfficeProcess&) = delete;
 
+  // Makes the fresh profile ready: the office's first start on a new
+  // profile sets it up and then exits (asking to be started again, code 81);
+  // it is done here without an accepting pipe, so that no connection is ever
+  // made to an office that is about to restart. Waits at most `limit`.
+  bool Prepare(std::chrono::milliseconds limit, std::string* reason);
+
   // Starts soffice.bin in its own process group. Returns false (with a
   // reason) when it cannot be started at all.
   bool Spawn(std::string* reason);
@@ -36,22 +49,28 @@ class OfficeProcess {
   // Exit code once reaped (-1 while running or killed by a signal).
   int ExitCode() const { return exit_code_; }
   bool Reaped() const { return reaped_; }
+  // How it ended, for messages: "exited with code 81", "was killed by
+  // signal 9 (Killed)".
+  std::string EndText() const;
 
   // Waits up to `limit` for the process to exit by itself.
   bool WaitExit(std::chrono::milliseconds limit);
   // SIGKILL to the whole process group, then reaps. Safe to call repeatedly
   // and from another thread than the one that reaps (it never reaps).
   void KillGroup();
-  // Kills (if needed), reaps, and removes the profile folder.
+  // Kills (if needed), reaps, and removes the profile folder and the pipe
+  // files. Safe from any thread (KillEveryOffice calls it from a
+  // signal-handling thread while the owner may still use the process).
   void Finish();
 
   pid_t pid() const { return pid_; }
   const std::string& pipe_name() const { return pipe_name_; }
-  const std::string& profile_dir() const { return profile_dir_; }
+  std::string profile_dir();
   const std::string& program_dir() const { return program_dir_; }
 
  private:
   bool WriteSettings(std::string* reason) const;
+  pid_t Start(const std::vector<std::string>& args, std::string* reason);
   std::string program_dir_;
   std::string profile_dir_;
   std::string pipe_name_;
@@ -59,6 +78,16 @@ class OfficeProcess {
   pid_t pid_ = -1;
   bool reaped_ = true;
   int exit_code_ = -1;
+  int term_signal_ = 0;
 };
+
+// Kills every office process of this program and removes what they left on
+// disk. For the paths that end the program at once (a termination signal).
+void KillEveryOffice();
+
+// Removes the profile folders and pipe files of offices whose owner process
+// is gone (killed before it could clean up). Runs once per program, before
+// its first office starts; the folders of live programs are never touched.
+void SweepAbandonedProfiles();
 
 }  // namespace tabulon::office::uno

@@ -1,5 +1,7 @@
 #include "office/uno/session.h"
 
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -17,7 +19,6 @@
 #include <cppuhelper/bootstrap.hxx>
 #include <cppuhelper/implbase1.hxx>
 #include <rtl/bootstrap.hxx>
-#include <rtl/digest.h>
 #include <rtl/uri.hxx>
 
 namespace tabulon::office::uno {
@@ -76,6 +77,45 @@ css::beans::PropertyValue Prop(const char* name, const Any& value) {
   p.Value = value;
   return p;
 }
+
+// ---- SIGPIPE ----
+
+// A write to an office that has just closed its pipe raises SIGPIPE in the
+// writing thread, and its default action ends the whole program. Blocked
+// here, it stays pending on this thread, where it is taken away before the
+// host's own mask comes back (unless the host had one pending already).
+SigpipeBlock::SigpipeBlock() {
+  sigset_t pipe_only;
+  sigemptyset(&pipe_only);
+  sigaddset(&pipe_only, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_only, &previous_);
+  sigset_t pending;
+  sigpending(&pending);
+  was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+}
+
+SigpipeBlock::~SigpipeBlock() {
+  if (sigismember(&previous_, SIGPIPE) == 1) return;  // the host blocks it itself
+  if (!was_pending_) {
+    sigset_t pipe_only;
+    sigemptyset(&pipe_only);
+    sigaddset(&pipe_only, SIGPIPE);
+    const timespec zero{0, 0};
+    while (sigtimedwait(&pipe_only, nullptr, &zero) == SIGPIPE) {
+    }
+  }
+  pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
+
+namespace {
+
+// "60 s", or "1500 ms" for limits that are not whole seconds.
+std::string LimitText(std::chrono::milliseconds limit) {
+  if (limit.count() % 1000 == 0) return std::to_string(limit.count() / 1000) + " s";
+  return std::to_string(limit.count()) + " ms";
+}
+
+}  // namespace
 
 // ---- Watchdog ----
 
@@ -179,10 +219,14 @@ std::unique_ptr<Session> Session::Start(const UnoOptions& options) {
 }
 
 void Session::Connect() {
+  // The bridge's reader and writer threads are created here and inherit
+  // this thread's signal mask.
+  SigpipeBlock block;
   const auto local = LocalContext(process_->program_dir());
-  std::string reason;
-  if (!process_->Spawn(&reason)) throw Error(ErrorKind::kAutomation, reason);
   const auto deadline = std::chrono::steady_clock::now() + options_.start_time_limit;
+  std::string reason;
+  if (!process_->Prepare(options_.start_time_limit, &reason) || !process_->Spawn(&reason))
+    throw Error(ErrorKind::kAutomation, reason);
   const OUString connect_string = ToOUString("pipe,name=" + process_->pipe_name());
   Reference<css::connection::XConnection> connection;
   try {
@@ -195,14 +239,13 @@ void Session::Connect() {
       } catch (const css::connection::NoConnectException&) {
       }
       if (!process_->Running()) {
-        // A fresh profile makes the first start exit with 81 and expect
-        // to be started again.
+        // Prepare has set the profile up; should the office still ask to
+        // be started again (81), it is.
         if (process_->ExitCode() == 81 && relaunches++ < 3) {
           if (!process_->Spawn(&reason)) throw Error(ErrorKind::kAutomation, reason);
           continue;
         }
-        throw Error(ErrorKind::kAutomation, "the office exited while starting (code " +
-                                                std::to_string(process_->ExitCode()) + ")");
+        throw Error(ErrorKind::kAutomation, "the office " + process_->EndText() + " while starting");
       }
       if (std::chrono::steady_clock::now() >= deadline)
         throw Error(ErrorKind::kAutomation, "the office did not start in time");
@@ -247,6 +290,13 @@ std::string Session::ProductSetting(const char* name) {
 bool Session::Alive() {
   if (dead_) return false;
   if (bridge_disposed_ || !process_->Running()) {
+    if (finding_.empty()) {
+      // The bridge may notice first; the process is reaped (or killed, when
+      // it only closed its pipe) by MarkDead.
+      process_->WaitExit(std::chrono::milliseconds(200));
+      finding_ = process_->Reaped() ? "the office died (it " + process_->EndText() + ")"
+                                    : "the office closed its connection and was stopped";
+    }
     MarkDead();
     return false;
   }
@@ -255,53 +305,22 @@ bool Session::Alive() {
 
 void Session::CheckUsable(const char* what) {
   if (!Alive())
-    throw Error(ErrorKind::kDied, std::string(what) + ": the office is no longer running");
+    throw Error(ErrorKind::kDied, std::string(what) + ": " + (finding_.empty() ? "the office has quit" : finding_));
 }
 
 Error Session::Failure(const char* what, const std::string& message, ErrorKind kind) {
   if (watchdog_.Fired()) {
     MarkDead();
-    return Error(ErrorKind::kTimeout,
-                 std::string(what) + ": the office did not answer within " +
-                     std::to_string(call_limit_.count()) + " ms and was stopped");
+    if (finding_.empty()) finding_ = "timed out after " + LimitText(call_limit_) + ": the office did not answer and was stopped";
+    return Error(ErrorKind::kTimeout, std::string(what) + ": " + finding_);
   }
-  if (!Alive())
-    return Error(ErrorKind::kDied, std::string(what) + ": the office is no longer running");
+  if (!Alive()) return Error(ErrorKind::kDied, std::string(what) + ": " + finding_);
   return Error(kind, std::string(what) + ": " + message);
 }
 
-namespace {
-
-// The office leaves its pipe files in the temp folders when it is killed,
-// and even after a clean exit: the accept pipe of our own name, and the
-// single-instance pipe named after an MD5 of the profile URL (UTF-16 code
-// units, hex digits without padding).
-void RemovePipeFiles(const std::string& pipe_name, const std::string& profile_dir) {
-  const OUString url = ToOUString("file://" + profile_dir);
-  sal_uInt8 digest[RTL_DIGEST_LENGTH_MD5];
-  rtl_digest_MD5(url.getStr(), url.getLength() * sizeof(sal_Unicode), digest, sizeof digest);
-  std::string hash;
-  char buf[4];
-  for (sal_uInt8 b : digest) {
-    snprintf(buf, sizeof buf, "%x", static_cast<unsigned>(b));
-    hash += buf;
-  }
-  const std::string uid = std::to_string(getuid());
-  for (const char* dir : {"/tmp", "/var/tmp"}) {
-    for (const std::string& name : {pipe_name, "SingleOfficeIPC_" + hash}) {
-      std::error_code ec;
-      std::filesystem::remove(std::string(dir) + "/OSL_PIPE_" + uid + "_" + name, ec);
-    }
-  }
-}
-
-}  // namespace
-
 void Session::MarkDead() {
   dead_ = true;
-  const std::string profile = process_->profile_dir();
   process_->Finish();
-  if (!profile.empty()) RemovePipeFiles(process_->pipe_name(), profile);
   // Proxies of a dead bridge release locally; drop them now.
   desktop_.clear();
   context_.clear();
@@ -315,6 +334,7 @@ void Session::MarkDead() {
 }
 
 void Session::Quit() {
+  SigpipeBlock block;
   if (!dead_ && Alive()) {
     try {
       // terminate() may lose its answer when the office goes away first.
@@ -327,6 +347,7 @@ void Session::Quit() {
 }
 
 void Session::Kill() {
+  SigpipeBlock block;
   process_->KillGroup();
   MarkDead();
 }

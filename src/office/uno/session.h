@@ -2,6 +2,7 @@
 // office call runs under. Internal to the backend (includes UNO).
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -52,6 +53,21 @@ Sequence<T> ToSequence(const std::vector<T>& items) {
   return Sequence<T>(items.data(), static_cast<sal_Int32>(items.size()));
 }
 
+// Blocks SIGPIPE on the calling thread for its lifetime; threads started
+// meanwhile (the bridge's) keep it blocked for good. A SIGPIPE raised on this
+// thread meanwhile is discarded.
+class SigpipeBlock {
+ public:
+  SigpipeBlock();
+  ~SigpipeBlock();
+  SigpipeBlock(const SigpipeBlock&) = delete;
+  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
+
+ private:
+  sigset_t previous_;
+  bool was_pending_ = false;
+};
+
 // Waits, on a thread of its own, for a deadline set by the caller thread; on
 // expiry it runs its action (killing the office). It never waits for the
 // office, so a stopped office still fails within the limit.
@@ -98,6 +114,7 @@ class Session {
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f()) {
     if (depth_ > 0) return f();
+    SigpipeBlock block;
     CheckUsable(what);
     Scope scope(*this);
     try {
@@ -122,6 +139,10 @@ class Session {
   // Kills the office at once and removes the profile.
   void Kill();
   bool Alive();
+  // What was found about the office process itself once it is gone by
+  // surprise: the watchdog's "timed out after N s", or that it died (and
+  // how). Empty while it runs, and after a Quit.
+  const std::string& finding() const { return finding_; }
   int depth() const { return depth_; }  // office calls under way on this thread
   pid_t pid() const { return process_->pid(); }
   const std::string& program_dir() const { return process_->program_dir(); }
@@ -158,6 +179,7 @@ class Session {
   Watchdog watchdog_;
   std::atomic<bool> bridge_disposed_{false};
   bool dead_ = false;
+  std::string finding_;
   int depth_ = 0;
   Reference<css::lang::XComponent> bridge_;
   rtl::Reference<BridgeListener> listener_;
