@@ -56,6 +56,12 @@ struct ControlOptions {
   std::string dialog_plugin_folder;
 };
 
+// Kills every office process this program started, through any control, and
+// removes their profile folders; controls that held one find it died. Safe
+// from any thread: for a host's handling of termination signals (a thread
+// that waits for them, not a signal handler).
+TABULON_EXPORT void KillEveryOffice();
+
 class TABULON_EXPORT TabulonCtrl {
  public:
   // A new instance: every property has its default (see below).
@@ -146,6 +152,13 @@ class TABULON_EXPORT TabulonCtrl {
   // first answer is kept for the life of the control.
   bool ExcelIsInstalled();
   bool WordIsInstalled();
+  // What was found about the office in the last method (or probe) that used
+  // one, beside its result code: why an office could not be started or
+  // closed, the office's own error text where the method's error trap kept
+  // its code, that an office died (and how) or that the watchdog stopped it
+  // ("timed out after 60 s: ..."). Empty when there was nothing to find.
+  // Not part of ErrorString, which keeps each method's own message.
+  std::string OfficeFinding();
 
   // ---- State file and translation ----
   std::monostate StateFileSave();  // does nothing

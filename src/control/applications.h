@@ -14,7 +14,8 @@ namespace tabulon {
 
 class Applications {
  public:
-  explicit Applications(TabulonCtrl::State& state) : state_(state) {}
+  // A method's findings about the office start here.
+  explicit Applications(TabulonCtrl::State& state) : state_(state) { state_.session.ClearFinding(); }
 
   // CreateExcel / CreateExcelTarget; on failure -3 is stored, OnError is
   // raised, and null is returned.

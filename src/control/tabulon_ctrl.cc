@@ -217,8 +217,19 @@ uint32_t TabulonCtrl::AdviseOnError(OnErrorSink sink) {
 
 void TabulonCtrl::UnadviseOnError(uint32_t cookie) { state_->sinks.erase(cookie); }
 
-bool TabulonCtrl::ExcelIsInstalled() { return state_->session.ExcelIsInstalled(); }
-bool TabulonCtrl::WordIsInstalled() { return state_->session.WordIsInstalled(); }
+bool TabulonCtrl::ExcelIsInstalled() {
+  state_->session.ClearFinding();
+  return state_->session.ExcelIsInstalled();
+}
+
+bool TabulonCtrl::WordIsInstalled() {
+  state_->session.ClearFinding();
+  return state_->session.WordIsInstalled();
+}
+
+std::string TabulonCtrl::OfficeFinding() { return state_->session.finding(); }
+
+void KillEveryOffice() { office::KillEveryOffice(); }
 
 namespace {
 

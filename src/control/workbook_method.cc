@@ -7,6 +7,7 @@ namespace tabulon {
 
 int32_t FailWithOfficeError(TabulonCtrl::State& state, const office::Error& error) {
   const bool lost = error.kind() == office::ErrorKind::kDied || error.kind() == office::ErrorKind::kTimeout;
+  state.session.NoteFinding(error.what());
   return state.FailAndRaise(lost ? kOfficeUnavailable : kAutomationError, error.what());
 }
 
@@ -110,6 +111,7 @@ int32_t WorkbookMethod::Run(const Steps& steps) {
     }
   } catch (const office::Error& error) {
     last_office_error_ = error.what();
+    state_.session.NoteFinding(error.what());
     code = keep_code_on_office_error_ ? step.code() : FailWithOfficeError(state_, error);
   }
   return apps.CloseAll(code, raise_on_failed_close_);

@@ -296,6 +296,10 @@ class Application {
   virtual void Quit() = 0;
   // False once the office process is gone (killed, crashed or quit).
   virtual bool IsAlive() = 0;
+  // Once the office is gone by surprise, what was found about it: that the
+  // watchdog stopped it ("timed out after 60 s: ...") or that it died (and
+  // how). Empty while it runs and after Quit.
+  virtual std::string Finding() { return {}; }
 };
 
 // ---- Word-processor side ----
@@ -350,6 +354,7 @@ class WordApplication {
   virtual Document& Open(const std::string& filename, const DocumentOpenOptions& options) = 0;
   virtual Document& ActiveDocument() = 0;
   virtual void Quit() = 0;
+  virtual std::string Finding() { return {}; }  // as Application::Finding
 };
 
 // Creates application objects; injected into the control. Each call starts a
@@ -364,5 +369,10 @@ class Factory {
 
 // The default factory: LibreOffice, found through TABULON_OFFICE.
 std::shared_ptr<Factory> DefaultFactory();
+
+// Kills every office process of this program, whichever object started it,
+// and removes what they left on disk; the objects see their office as died.
+// Safe from any thread (a host's termination-signal thread).
+void KillEveryOffice();
 
 }  // namespace tabulon::office

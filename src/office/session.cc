@@ -20,10 +20,12 @@ bool Session::ExcelIsInstalled() {
       // Released at once, without Quit: the object ends its own process.
       std::unique_ptr<Application> probe = factory_->CreateExcel();
       excel_probe_result_ = probe != nullptr;
-    } catch (const std::exception&) {
+    } catch (const std::exception& e) {
+      excel_probe_finding_ = e.what();
       excel_probe_result_ = false;
     }
   }
+  if (!excel_probe_result_) NoteFinding(excel_probe_finding_);
   return excel_probe_result_;
 }
 
@@ -36,10 +38,12 @@ bool Session::WordIsInstalled() {
         probe->Quit();
         word_probe_result_ = true;
       }
-    } catch (const std::exception&) {
+    } catch (const std::exception& e) {
+      word_probe_finding_ = e.what();
       word_probe_result_ = false;
     }
   }
+  if (!word_probe_result_) NoteFinding(word_probe_finding_);
   return word_probe_result_;
 }
 
@@ -61,7 +65,8 @@ bool Session::CreateExcelInto(std::unique_ptr<Application>& app) {
     app = std::move(created);
     flags_.excel_known_installed = true;
     return true;
-  } catch (const std::exception&) {
+  } catch (const std::exception& e) {
+    NoteFinding(e.what());
     return false;
   }
 }
@@ -73,6 +78,7 @@ bool Session::DestroyExcelIn(std::unique_ptr<Application>& app) {
     // An office that died under the method is of no use to the next call,
     // whatever the optimisation flag says: drop it, and report the failure.
     if (!app->IsAlive()) {
+      NoteFinding(app->Finding());
       app.reset();
       return false;
     }
@@ -81,7 +87,8 @@ bool Session::DestroyExcelIn(std::unique_ptr<Application>& app) {
     app->Quit();
     app.reset();
     return true;
-  } catch (const std::exception&) {
+  } catch (const std::exception& e) {
+    NoteFinding(e.what());
     // The object is released (and its process ended) even when Quit failed,
     // so a failed destroy never leaves an office behind.
     app.reset();
@@ -115,13 +122,15 @@ bool Session::CreateWord() {
     created->SetVisible(false);
     wd_app_ = std::move(created);
     return true;
-  } catch (const std::exception&) {
+  } catch (const std::exception& e) {
+    NoteFinding(e.what());
     return false;
   }
 }
 
 bool Session::DestroyWord() {
   if (!WordIsAlive()) {
+    if (wd_app_) NoteFinding(wd_app_->Finding());
     wd_app_.reset();
     return true;
   }
@@ -129,7 +138,8 @@ bool Session::DestroyWord() {
   if (!flags_.optimize_for_speed) {
     try {
       wd_app_->Quit();
-    } catch (const std::exception&) {
+    } catch (const std::exception& e) {
+      NoteFinding(e.what());
       wd_app_.reset();
       return false;
     }

@@ -46,6 +46,16 @@ class Session {
   Application* xlAppTarget() { return xl_app_target_.get(); }
   WordApplication* wdApp() { return wd_app_.get(); }
   bool ExcelCreated() const { return xl_app_ != nullptr; }
+
+  // What was found about the offices since ClearFinding, beside the
+  // methods' own results: why one could not be started, the office error a
+  // method's error trap kept, how one died or that the watchdog stopped it.
+  // The first finding of a call is kept (it is the cause of what follows).
+  const std::string& finding() const { return finding_; }
+  void ClearFinding() { finding_.clear(); }
+  void NoteFinding(const std::string& text) {
+    if (finding_.empty()) finding_ = text;
+  }
   bool ExcelTargetCreated() const { return xl_app_target_ != nullptr; }
   // Starts applications that are not the session's (the selection dialog
   // reads its workbook in an office of its own).
@@ -64,6 +74,9 @@ class Session {
   bool excel_probe_result_ = false;
   bool word_probed_ = false;
   bool word_probe_result_ = false;
+  std::string excel_probe_finding_;
+  std::string word_probe_finding_;
+  std::string finding_;
 };
 
 }  // namespace tabulon::office

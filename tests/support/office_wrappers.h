@@ -84,6 +84,7 @@ class SpyApplication : public office::Application {
     if (spy_->fail_quit) throw office::Error(office::ErrorKind::kAutomation, "injected: Quit failed");
   }
   bool IsAlive() override { return real_->IsAlive(); }
+  std::string Finding() override { return real_->Finding(); }
 
   office::Application& real() { return *real_; }
 

@@ -1,6 +1,10 @@
 // tabulon convert, sheets and office: the conversion, sheet discovery and the
 // office probes.
+#include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <map>
 
 #include <filesystem>
 #include <iostream>
@@ -71,6 +75,73 @@ std::string ReplaceAll(std::string text, const std::string& from, const std::str
   return text;
 }
 
+// A path no file can have here: a name longer than the file system allows,
+// or a path longer than the system takes. Empty when it is fine.
+std::string PathProblem(const std::string& path) {
+  if (path.size() >= PATH_MAX) return "path too long (" + std::to_string(path.size()) + " bytes)";
+  for (const auto& part : std::filesystem::path(path)) {
+    if (part.native().size() > NAME_MAX)
+      return "file name too long (" + std::to_string(part.native().size()) + " bytes, at most " +
+             std::to_string(NAME_MAX) + ")";
+  }
+  return {};
+}
+
+// What a file was before the call: a file counts as written by the call only
+// when it is there afterwards and is not the very file it was before (same
+// inode, size, modification and change times).
+struct Stamp {
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec modified{};
+  timespec changed{};
+
+  static Stamp Of(const std::string& path) {
+    struct stat st;
+    Stamp stamp;
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return stamp;
+    stamp.exists = true;
+    stamp.device = st.st_dev;
+    stamp.inode = st.st_ino;
+    stamp.size = st.st_size;
+    stamp.modified = st.st_mtim;
+    stamp.changed = st.st_ctim;
+    return stamp;
+  }
+  bool Same(const Stamp& o) const {
+    return exists == o.exists && device == o.device && inode == o.inode && size == o.size &&
+           modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec &&
+           changed.tv_sec == o.changed.tv_sec && changed.tv_nsec == o.changed.tv_nsec;
+  }
+};
+
+// The files a conversion to `target` may write, as they were before it: the
+// target and the per-sheet outputs beside it ("<base>-<sheet>.<ext>").
+class OutputsBefore {
+ public:
+  explicit OutputsBefore(const std::string& target) {
+    namespace fs = std::filesystem;
+    stamps_[target] = Stamp::Of(target);
+    const fs::path path(target);
+    const std::string prefix = path.stem().string() + "-";
+    std::error_code ec;
+    for (fs::directory_iterator it(path.parent_path(), ec), end; !ec && it != end; it.increment(ec)) {
+      if (it->path().filename().string().rfind(prefix, 0) == 0) stamps_[it->path().string()] = Stamp::Of(it->path().string());
+    }
+  }
+  bool WrittenSince(const std::string& file) const {
+    const Stamp now = Stamp::Of(file);
+    if (!now.exists) return false;
+    const auto before = stamps_.find(file);
+    return before == stamps_.end() || !before->second.Same(now);
+  }
+
+ private:
+  std::map<std::string, Stamp> stamps_;
+};
+
 int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   std::optional<Format> format;
   if (!o.format.empty()) {
@@ -127,6 +198,18 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   if (!IsRange(o.range))
     return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");
   if (!KnownEncoding(o.encoding)) return UsageError("convert", "--encoding: unknown encoding '" + o.encoding + "'");
+  for (const std::string& path : o.paths) {
+    if (path == "-") continue;
+    if (const std::string problem = PathProblem(Absolute(path)); !problem.empty())
+      return UsageError("convert", Escaped(path) + ": " + problem);
+  }
+  if (several && !to_stdout && !special) {
+    for (const std::string& path : sources) {
+      const std::string name = fs::path(Absolute(path)).stem().string() + "." + format->extension;
+      if (const std::string problem = PathProblem((fs::path(destination) / name).string()); !problem.empty())
+        return UsageError("convert", Escaped(name) + ": " + problem);
+    }
+  }
   if (into_folder) {
     // The folder the outputs go into is made here: the conversion saves
     // only into folders that exist, as Excel does.
@@ -183,6 +266,7 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     std::string sheets = o.sheets;
     int32_t type = format->number;
     bool formulas = o.formulas;
+    const OutputsBefore before(target);
     last_code = control.OpenXLSSaveAs(source, sheets, target, type, formulas);
     if (progress) Err() << "\r\x1b[K" << std::flush;
     const auto shown = [&](const std::string& text) {
@@ -193,21 +277,29 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     if (last_code < 0) {
       const std::string message = shown(control.get_ErrorString());
       ReportFile("convert", last_code, message, user_source);
+      ReportFinding("convert", message, control);
       failures += (failures.size() > 1 ? "," : "") +
                   JsonObject().Add("file", user_source).Add("code", last_code).Add("message", message).str();
       exit_code = kExitFailure;
-      // Sheets that were found are written even when others were not.
-      if (last_code != tabulon::kInvalidSheet) continue;
     }
+    // What the method lists, or (the whole-workbook save lists nothing) the
+    // target; only what this call really wrote counts, and a failed call
+    // still shows what it did write.
+    std::vector<std::string> expected;
+    for (int32_t k = 1; k <= control.get_FilesJustCreatedCount(); ++k) expected.push_back(control.get_FilesJustCreated(k));
+    if (expected.empty()) expected.push_back(target);
     std::vector<std::string> files;
-    for (int32_t k = 1; k <= control.get_FilesJustCreatedCount(); ++k) files.push_back(control.get_FilesJustCreated(k));
-    // The whole-workbook save lists nothing: the target is the one file.
-    if (files.empty() && fs::exists(target, ec)) files.push_back(target);
-    if (files.empty() && last_code == 0) {
-      ReportFile("convert", 0, "the office wrote nothing", user_source);
+    std::vector<std::string> missing;
+    for (const std::string& file : expected) (before.WrittenSince(file) ? files : missing).push_back(file);
+    if (last_code >= 0 && !missing.empty()) {
+      // The method's error trap may keep its code when the office refused
+      // to write; the command line never calls that a success.
+      const std::string message = "the office did not write " + shown(missing.front());
+      ReportFile("convert", last_code, message, user_source);
+      ReportFinding("convert", message, control);
       exit_code = kExitFailure;
-      continue;
     }
+    if (files.empty()) continue;
     if (!out_folder.empty()) {
       // Every file written, in order, into the stream or the device.
       for (const std::string& f : files) {
@@ -257,8 +349,10 @@ int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::stri
   std::vector<std::string> names(10000);
   const int32_t result = control.GetSheetNames(book, sheet_list, names);
   if (result < 0) {
-    return json ? ReportJson("sheets", result, control.get_ErrorString(), book)
-                : ReportFile("sheets", result, control.get_ErrorString(), book);
+    if (json) return ReportJson("sheets", result, control.get_ErrorString(), book);
+    ReportFile("sheets", result, control.get_ErrorString(), book);
+    ReportFinding("sheets", control.get_ErrorString(), control);
+    return kExitFailure;
   }
   names.resize(static_cast<size_t>(result));
   if (json) {
@@ -271,6 +365,7 @@ int RunSheets(TabulonCtrl& control, const std::string& book_arg, const std::stri
 
 int RunOffice(TabulonCtrl& control, bool json) {
   const bool excel = control.ExcelIsInstalled();
+  const std::string excel_finding = control.OfficeFinding();
   const bool word = control.WordIsInstalled();
   std::ostringstream version, build;
   version << (excel ? control.get_ExcelVersion() : 0.0);
@@ -291,7 +386,11 @@ int RunOffice(TabulonCtrl& control, bool json) {
     Out() << "ExcelVersion " << version.str() << "\n";
     Out() << "ExcelBuild " << build.str() << "\n";
   }
-  if (!excel) return Report("office", tabulon::kExcelNotCreated, std::string(tabulon::msg::kExcelNotCreated));
+  if (!excel) {
+    Report("office", tabulon::kExcelNotCreated, std::string(tabulon::msg::kExcelNotCreated));
+    if (!excel_finding.empty()) Err() << "tabulon: office: office: " << Escaped(excel_finding) << "\n";
+    return kExitFailure;
+  }
   return kExitSuccess;
 }
 

@@ -264,9 +264,39 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
   return kExitUsage;
 }
 
+std::string Escaped(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    switch (c) {
+      case '\\': out += "\\\\"; break;
+      case '\r': out += "\\r"; break;
+      case '\n': out += "\\n"; break;
+      case '\t': out += "\\t"; break;
+      default:
+        if (byte < 0x20 || byte == 0x7f) {
+          static const char kHex[] = "0123456789abcdef";
+          out += "\\x";
+          out += kHex[byte >> 4];
+          out += kHex[byte & 15];
+        } else {
+          out += c;
+        }
+    }
+  }
+  return out;
+}
+
 int Report(const std::string& command, int32_t code, const std::string& message) {
-  Err() << "tabulon: " << command << ": " << code << " " << message << "\n";
+  Err() << "tabulon: " << command << ": " << code << " " << Escaped(message) << "\n";
   return kExitFailure;
+}
+
+void ReportFinding(const std::string& command, const std::string& message, TabulonCtrl& control) {
+  const std::string finding = control.OfficeFinding();
+  if (finding.empty() || message.find(finding) != std::string::npos) return;
+  Err() << "tabulon: " << command << ": office: " << Escaped(finding) << "\n";
 }
 
 std::string Describe(const std::string& what, const std::string& method) { return what + " [" + method + "]"; }
@@ -400,7 +430,10 @@ JsonObject& JsonObject::AddRaw(const std::string& key, const std::string& json) 
 
 int MethodResult(const std::string& command, int32_t code, TabulonCtrl& control) {
   if (code >= 0) return kExitSuccess;
-  return Report(command, code, control.get_ErrorString());
+  const std::string message = control.get_ErrorString();
+  Report(command, code, message);
+  ReportFinding(command, message, control);
+  return kExitFailure;
 }
 
 void AddPasswordOptions(CLI::App& command, PasswordOptions& passwords) {

@@ -65,11 +65,22 @@ class ScopedIo {
 int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control);
 
 // "tabulon: <command>: <code> <message>" on stderr; returns kExitFailure.
+// Control characters of the message are shown escaped.
 int Report(const std::string& command, int32_t code, const std::string& message);
 
+// The control's OfficeFinding (what happened to the office itself: timed out,
+// died, its own error text) as a second line, "tabulon: <command>: office:
+// <finding>", unless it is empty or already part of `message`.
+void ReportFinding(const std::string& command, const std::string& message, TabulonCtrl& control);
+
 // The result of a workbook method: nothing printed and kExitSuccess for 0 or
-// more; Report with the control's ErrorString for a negative code.
+// more; Report with the control's ErrorString, and ReportFinding, for a
+// negative code.
 int MethodResult(const std::string& command, int32_t code, TabulonCtrl& control);
+
+// `text` with its control characters (and backslashes) escaped C-style:
+// "\r", "\n", "\t", "\x1b", ...
+std::string Escaped(const std::string& text);
 
 // The four password properties, as options of a subcommand. Each can also
 // come from the environment (TABULON_INPUT_PASSWORD, TABULON_INPUT_PASSWORD_TW,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdlib>
 
 namespace tabulon::cli {
@@ -54,7 +55,7 @@ std::optional<Format> FindFormat(const std::string& text) {
   if (text.empty() || text.size() > 6) return std::nullopt;
   char* end = nullptr;
   const long number = std::strtol(text.c_str(), &end, 10);
-  if (*end != '\0') return std::nullopt;
+  if (*end != '\0' || number < INT32_MIN || number > INT32_MAX) return std::nullopt;
   for (const Number& n : kNumbers) {
     if (n.number == number) return Format{"", n.number, n.extension, n.text};
   }

@@ -102,6 +102,8 @@ void CalcApplication::Quit() {
 
 bool CalcApplication::IsAlive() { return session_ && session_->Alive(); }
 
+std::string CalcApplication::Finding() { return session_ ? session_->finding() : std::string(); }
+
 int32_t CalcApplication::ProcessId() { return session_ ? static_cast<int32_t>(session_->pid()) : -1; }
 
 void CalcApplication::SetCallTimeLimit(std::chrono::milliseconds limit) {

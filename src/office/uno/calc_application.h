@@ -43,6 +43,7 @@ class CalcApplication : public UnoApplication {
   void Run(const std::string& macro, const std::vector<std::string>& arguments) override;  // calc_macros.cc
   void Quit() override;
   bool IsAlive() override;
+  std::string Finding() override;
 
   int32_t ProcessId() override;
   std::vector<SwitchRecord> Switches() override { return switches_; }

@@ -2,6 +2,7 @@
 
 #include "office/uno/calc_application.h"
 #include "office/uno/clipboard.h"
+#include "office/uno/office_process.h"
 #include "office/uno/writer.h"
 
 namespace tabulon::office {
@@ -46,5 +47,7 @@ std::shared_ptr<UnoFactory> MakeUnoFactory(UnoOptions options) {
 }  // namespace uno
 
 std::shared_ptr<Factory> DefaultFactory() { return uno::MakeUnoFactory(); }
+
+void KillEveryOffice() { uno::KillEveryOffice(); }
 
 }  // namespace tabulon::office

@@ -73,6 +73,7 @@ class WriterApplication : public UnoWordApplication {
   void SetCallTimeLimit(std::chrono::milliseconds limit) override { session_->SetCallTimeLimit(limit); }
   bool IsAlive() override { return session_->Alive(); }
   void SaveCopyAs(Document& document, const std::string& filename) override;
+  std::string Finding() override { return session_->finding(); }
 
   template <typename F>
   auto Call(const char* what, F&& f) -> decltype(f()) {
