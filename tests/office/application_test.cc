@@ -2,10 +2,12 @@
 // one process per object, death, a stopped office, recycling, and the
 // switches the control sets.
 #include <signal.h>
+#include <pthread.h>
 #include <stdlib.h>
 
 #include <chrono>
 
+#include "office/uno/office_process.h"
 #include "office_test_env.h"
 
 namespace tabulon::office::uno::testing {
@@ -73,8 +75,12 @@ TEST_F(ApplicationTest, KilledOfficeIsReportedAsDiedAndNeverReused) {
     FAIL() << "a call to a killed office succeeded";
   } catch (const Error& e) {
     EXPECT_EQ(e.kind(), ErrorKind::kDied) << e.what();
+    // The error says what happened to the office, and so does the finding.
+    EXPECT_NE(std::string(e.what()).find("the office died (it was killed by signal 9"), std::string::npos)
+        << e.what();
   }
   EXPECT_FALSE(app->IsAlive());
+  EXPECT_EQ(app->Finding().rfind("the office died (it was killed by signal 9", 0), 0u) << app->Finding();
   try {
     app->GetWorkbooks().Add();
     FAIL() << "a dead office was used again";
@@ -96,12 +102,95 @@ TEST_F(ApplicationTest, StoppedOfficeTimesOutWithinTheLimitAndIsKilled) {
     FAIL() << "a call to a stopped office succeeded";
   } catch (const Error& e) {
     EXPECT_EQ(e.kind(), ErrorKind::kTimeout) << e.what();
+    EXPECT_NE(std::string(e.what()).find("timed out after 3 s"), std::string::npos) << e.what();
   }
+  EXPECT_EQ(app->Finding().rfind("timed out after 3 s", 0), 0u) << app->Finding();
   const auto elapsed = steady_clock::now() - start;
   EXPECT_GE(elapsed, milliseconds(2900));
   EXPECT_LT(elapsed, milliseconds(6000));
   EXPECT_FALSE(app->IsAlive());
   EXPECT_TRUE(EventuallyGone(pid));
+}
+
+// A write to an office that has just closed its pipe raises SIGPIPE in the
+// writing thread; the bridge's threads must have it blocked, or the signal
+// ends the whole program.
+TEST_F(ApplicationTest, TheBridgeThreadsHaveSigpipeBlocked) {
+  auto app = OwnExcel();
+  app->GetWorkbooks().Add();
+  int bridge_threads = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    const std::string name = ReadFile(task.path() / "comm");
+    if (name.rfind("binaryurp", 0) != 0) continue;
+    ++bridge_threads;
+    const std::string status = ReadFile(task.path() / "status");
+    const size_t at = status.find("SigBlk:");
+    ASSERT_NE(at, std::string::npos);
+    const unsigned long long blocked = std::stoull(status.substr(at + 7), nullptr, 16);
+    EXPECT_TRUE(blocked & (1ull << (SIGPIPE - 1))) << name << " does not block SIGPIPE";
+  }
+  EXPECT_GE(bridge_threads, 2);  // the reader and the writer at least
+  // The caller's own mask is as it was.
+  sigset_t mask;
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
+}
+
+TEST_F(ApplicationTest, ASigpipeRaisedDuringABlockIsDiscardedNotDelivered) {
+  {
+    SigpipeBlock block;
+    ASSERT_EQ(pthread_kill(pthread_self(), SIGPIPE), 0);
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
+  }
+  // Still running: the signal was taken away before the mask came back.
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+// Everything an office leaves on disk lives in its profile (its temporary
+// files included) and goes with it, in whatever temporary folder it runs.
+TEST_F(ApplicationTest, LeavesNothingInTheTemporaryFolder) {
+  const std::filesystem::path tmp = Path("tmp");
+  std::filesystem::create_directories(tmp);
+  const char* old = getenv("TMPDIR");
+  const std::string saved = old ? old : "";
+  setenv("TMPDIR", tmp.c_str(), 1);
+  {
+    auto app = OwnExcel();
+    Workbook& book = app->GetWorkbooks().Add();
+    book.GetWorksheets().Item(1)->Cells(1, 1)->SetValue(Cell(1.0));
+    SaveAsOptions save;
+    save.file_format = 51;
+    book.SaveAs(Path("t.xlsx").string(), save);
+    EXPECT_FALSE(std::filesystem::is_empty(tmp));  // the profile, while it runs
+    app->Quit();
+  }
+  {
+    auto app = OwnExcel();
+    app->GetWorkbooks().Add();
+    ASSERT_EQ(kill(app->ProcessId(), SIGKILL), 0);
+    EXPECT_THROW(app->Version(), Error);
+  }
+  if (old) setenv("TMPDIR", saved.c_str(), 1); else unsetenv("TMPDIR");
+  std::string left;
+  for (const auto& entry : std::filesystem::directory_iterator(tmp)) left += entry.path().filename().string() + " ";
+  EXPECT_EQ(left, "");
+}
+
+TEST_F(ApplicationTest, KillEveryOfficeEndsThemAllAndRemovesTheirProfiles) {
+  auto a = OwnExcel();
+  auto b = OwnWord();
+  const pid_t pa = a->ProcessId();
+  const pid_t pb = b->ProcessId();
+  KillEveryOffice();
+  EXPECT_TRUE(EventuallyGone(pa));
+  EXPECT_TRUE(EventuallyGone(pb));
+  EXPECT_FALSE(a->IsAlive());
+  EXPECT_FALSE(b->IsAlive());
+  EXPECT_THROW(a->Version(), Error);
 }
 
 TEST_F(ApplicationTest, CallTimeLimitCanBeChangedOnARunningApplication) {

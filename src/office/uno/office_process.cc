@@ -208,6 +208,33 @@ bool LocaleExists(const char* name) {
 
 }  // namespace
 
+// A write to an office that has just closed its pipe raises SIGPIPE in the
+// writing thread, and its default action ends the whole program. Blocked
+// here, it stays pending on this thread, where it is taken away before the
+// host's own mask comes back (unless the host had one pending already).
+SigpipeBlock::SigpipeBlock() {
+  sigset_t pipe_only;
+  sigemptyset(&pipe_only);
+  sigaddset(&pipe_only, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_only, &previous_);
+  sigset_t pending;
+  sigpending(&pending);
+  was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+}
+
+SigpipeBlock::~SigpipeBlock() {
+  if (sigismember(&previous_, SIGPIPE) == 1) return;  // the host blocks it itself
+  if (!was_pending_) {
+    sigset_t pipe_only;
+    sigemptyset(&pipe_only);
+    sigaddset(&pipe_only, SIGPIPE);
+    const timespec zero{0, 0};
+    while (sigtimedwait(&pipe_only, nullptr, &zero) == SIGPIPE) {
+    }
+  }
+  pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
+
 std::string ResolveProgramDir(const std::string& configured) {
   std::string dir = configured;
   if (dir.empty()) {

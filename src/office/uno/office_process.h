@@ -8,6 +8,7 @@
 // recognised and swept by the next program that starts an office.
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -25,6 +26,21 @@ std::string ResolveProgramDir(const std::string& configured);
 // The locale the office runs under: en_US.UTF-8 when this system has it,
 // else C.UTF-8 (number formats and filters still get en-US explicitly).
 const std::string& OfficeLocale();
+
+// Blocks SIGPIPE on the calling thread for its lifetime; threads started
+// meanwhile (the bridge's) keep it blocked for good. A SIGPIPE raised on this
+// thread meanwhile is discarded.
+class SigpipeBlock {
+ public:
+  SigpipeBlock();
+  ~SigpipeBlock();
+  SigpipeBlock(const SigpipeBlock&) = delete;
+  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
+
+ private:
+  sigset_t previous_;
+  bool was_pending_ = false;
+};
 
 class OfficeProcess {
  public:

@@ -2,7 +2,6 @@
 // office call runs under. Internal to the backend (includes UNO).
 #pragma once
 
-#include <signal.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -52,21 +51,6 @@ template <typename T>
 Sequence<T> ToSequence(const std::vector<T>& items) {
   return Sequence<T>(items.data(), static_cast<sal_Int32>(items.size()));
 }
-
-// Blocks SIGPIPE on the calling thread for its lifetime; threads started
-// meanwhile (the bridge's) keep it blocked for good. A SIGPIPE raised on this
-// thread meanwhile is discarded.
-class SigpipeBlock {
- public:
-  SigpipeBlock();
-  ~SigpipeBlock();
-  SigpipeBlock(const SigpipeBlock&) = delete;
-  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
-
- private:
-  sigset_t previous_;
-  bool was_pending_ = false;
-};
 
 // Waits, on a thread of its own, for a deadline set by the caller thread; on
 // expiry it runs its action (killing the office). It never waits for the

@@ -1,5 +1,7 @@
 #include "office/uno/uno_factory.h"
 
+#include <cstdlib>
+
 #include "office/uno/calc_application.h"
 #include "office/uno/clipboard.h"
 #include "office/uno/office_process.h"
@@ -46,7 +48,18 @@ std::shared_ptr<UnoFactory> MakeUnoFactory(UnoOptions options) {
 
 }  // namespace uno
 
-std::shared_ptr<Factory> DefaultFactory() { return uno::MakeUnoFactory(); }
+// TABULON_CALL_TIME_LIMIT (seconds) sets the watchdog's limit for hosts that
+// cannot reach the backend's options, such as scripts around the command line.
+std::shared_ptr<Factory> DefaultFactory() {
+  uno::UnoOptions options;
+  if (const char* text = std::getenv("TABULON_CALL_TIME_LIMIT"); text != nullptr && *text != '\0') {
+    char* end = nullptr;
+    const double seconds = std::strtod(text, &end);
+    if (*end == '\0' && seconds > 0 && seconds <= 86400)
+      options.call_time_limit = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
+  }
+  return uno::MakeUnoFactory(options);
+}
 
 void KillEveryOffice() { uno::KillEveryOffice(); }
 
