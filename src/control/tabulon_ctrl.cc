@@ -250,6 +250,7 @@ namespace {
 // when the quit fails.
 template <typename Read>
 double ReadFromExcel(TabulonCtrl::State& s, Read read) {
+  s.session.ClearFinding();
   if (!s.session.CreateExcel()) {
     s.FailAndRaise(kExcelNotCreated, msg::kExcelNotCreated);
     return 0;
@@ -257,7 +258,8 @@ double ReadFromExcel(TabulonCtrl::State& s, Read read) {
   double number = 0;
   try {
     number = read(*s.session.xlApp());
-  } catch (const std::exception&) {
+  } catch (const std::exception& e) {
+    s.session.NoteFinding(e.what());
   }
   if (!s.session.DestroyExcel()) s.FailAndRaise(kExcelNotDestroyed, msg::kExcelNotDestroyed);
   return number;

@@ -93,6 +93,7 @@ TEST_F(Session, AnOfficeKilledBetweenCallsIsReplacedNotReused) {
   // The dead application is found and replaced by a fresh one.
   EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
   EXPECT_EQ(c.get_ErrorString(), " ");
+  EXPECT_EQ(c.OfficeFinding(), "");
   c.put_OptimizeForSpeed(false);
 }
 
@@ -119,6 +120,7 @@ TEST_F(Session, AFolderWithoutAnOfficeIsNotInstalled) {
     EXPECT_FALSE(c.ExcelIsInstalled());
     EXPECT_EQ(c.get_ExcelVersion(), 0.0);
     EXPECT_EQ(c.get_ErrorString(), "Unable to create Excel Application. Is it installed?");
+    EXPECT_EQ(c.OfficeFinding(), "no office installed at " + empty.string());
     c.put_OptimizeForSpeed(true);
     EXPECT_FALSE(c.get_OptimizeForSpeed());
     EXPECT_FALSE(c.WordIsInstalled());
@@ -145,7 +147,11 @@ TEST_F(Session, AHungOfficeBecomesAFailureWithinTheLimit) {
   EXPECT_LT(elapsed, std::chrono::seconds(10));
   EXPECT_EQ(version, 0.0);
   EXPECT_EQ(c.get_ErrorString(), "Unable to destroy Excel application. Is it installed?");
+  // What happened to the office is kept beside the method's own message.
+  EXPECT_EQ(c.OfficeFinding(),
+            "Application.Version: timed out after 3 s: the office did not answer and was stopped");
   EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  EXPECT_EQ(c.OfficeFinding(), "");
   c.put_OptimizeForSpeed(false);
 }
 
