@@ -6,8 +6,15 @@
 //   its own process group, under LANG/LC_ALL=en_US.UTF-8 (C.UTF-8 when the
 //   system has no en_US.UTF-8; filters and number formats still get en-US
 //   explicitly, and the office treats that locale as en-US).
-//   The first start of a fresh profile exits with code 81 and is started
-//   again. The office is reached over a UNO bridge on that pipe.
+//   The fresh profile is set up by a first start without a pipe (which may
+//   exit with 81, asking to be started again); only then does the office
+//   start with its pipe, so the bridge never meets an office about to
+//   restart. The office is reached over a UNO bridge on that pipe; SIGPIPE
+//   is blocked in the bridge's threads and around every office call, so a
+//   pipe the office closed never ends the program.
+// - The office's temporary files live in its profile folder, which is named
+//   after the owning process (pid and start time) and removed with the
+//   office; profiles of a killed program are swept by the next one.
 // - Nothing is ever left running: Quit asks the office to terminate, waits a
 //   bounded time, then kills its process group; the destructor of an
 //   application object kills whatever is left and removes the profile. The
