@@ -264,7 +264,7 @@ bool Session::Alive() {
     if (finding_.empty()) {
       // The bridge may notice first; the process is reaped (or killed, when
       // it only closed its pipe) by MarkDead.
-      process_->WaitExit(std::chrono::milliseconds(200));
+      process_->WaitExit(std::chrono::milliseconds(2000));
       finding_ = process_->Reaped() ? "the office died (it " + process_->EndText() + ")"
                                     : "the office closed its connection and was stopped";
     }

@@ -17,6 +17,7 @@
 
 #include <com/sun/star/beans/PropertyValue.hpp>
 #include <com/sun/star/frame/XDesktop2.hpp>
+#include <com/sun/star/lang/DisposedException.hpp>
 #include <com/sun/star/lang/XComponent.hpp>
 #include <com/sun/star/lang/XMultiComponentFactory.hpp>
 #include <com/sun/star/uno/Exception.hpp>
@@ -105,6 +106,10 @@ class Session {
       return f();
     } catch (const Error& e) {
       throw Failure(what, e.what(), e.kind());
+    } catch (const css::lang::DisposedException& e) {
+      // The bridge itself says the connection is gone.
+      bridge_disposed_ = true;
+      throw Failure(what, ToUtf8(e.Message), ErrorKind::kDied);
     } catch (const css::uno::Exception& e) {
       throw Failure(what, ToUtf8(e.Message), ErrorKind::kAutomation);
     } catch (const std::exception& e) {
