@@ -43,14 +43,14 @@ TEST(CliContract, OutOfRangeOptionValuesAreUsageErrors) {
     std::string args;
     std::string says;
   } cases[] = {
-      {"convert -d 99999999999 " + in + " " + out, "-d '99999999999'"},
-      {"convert -d 256 " + in + " " + out, "-d '256'"},
-      {"convert -d ab " + in + " " + out, "-d 'ab'"},
+      {"convert -d 99999999999 " + in + " " + out, "-d: '99999999999'"},
+      {"convert -d 256 " + in + " " + out, "-d: '256'"},
+      {"convert -d ab " + in + " " + out, "-d: 'ab'"},
       {"convert -t 99999999999 " + in + " " + out, "unknown format"},
       {"convert -t -99999999999 " + in + " " + out, "unknown format"},
       {"convert " + in + " " + dir / std::string(300, 'x') + ".csv", "file name too long"},
       {"convert " + dir / std::string(256, 'y') + " " + out, "file name too long"},
-      {"convert " + in + " " + in + " " + dir / std::string(260, 'z'), "file name too long"},
+      {"convert -t csv " + in + " " + in + " " + dir / std::string(260, 'z'), "file name too long"},
   };
   for (const auto& c : cases) {
     const Result r = Tabulon(c.args);
