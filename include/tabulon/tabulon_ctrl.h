@@ -355,6 +355,61 @@ class TABULON_EXPORT TabulonCtrl {
                            int32_t& lTableImportMethod, std::string& sSheetToImportTo, std::string& sPasteToCell,
                            int32_t& lRowsBetweenTables, int32_t& lColsBetweenTables, std::string& sRowsToDelete,
                            std::string& sColsToDelete, bool& bRemoveTableFormatting);
+  // ---- Printing, macros and passwords ----
+  // Each opens one workbook in one office application, does one thing and
+  // closes it again. Codes common to the three: -202 "Source File does not
+  // exist" (no event); -208 the target's folder is missing and cannot be made
+  // (no event); -3 (with the event); -4 the application could not be closed
+  // (replacing any other code). An office error in the middle of the work (a
+  // wrong password, a macro that does not exist or fails, a printer that does
+  // not exist) goes the general error path: kAutomationError, or
+  // kOfficeUnavailable when the office died or was stopped by the watchdog
+  // (then -4 follows from the close), with the office's text and the event;
+  // nothing is written then.
+  //
+  // Prints the listed sheets of sPathOriginal. sSheets: "*" or "", numbers and
+  // ranges "1-3,5", or names "Sheet1","Totals" (double quotes are removed from
+  // it and from sPathOriginal, both rewritten). sRanges: ranges printed on
+  // every listed sheet, each its own print job, separated by ","
+  // ("A1:C20,E1:F5"); "" prints each sheet's used area. sPrinter: a printer
+  // (a CUPS queue) of this system, "" the default one. lNumCopies copies,
+  // collated when bCollate; pages lFromPage to lToPage of each job, each
+  // bound used only when greater than 0. bPrintToFile: the job is written to
+  // sPrintToFileName as PDF instead of going to the printer; with several
+  // jobs the first is written there and job n to "<base>-<n>.<ext>" beside
+  // it. The workbook is opened read-only unless sPrintToFileName is its own
+  // path, and never saved. Codes: -204 "Source Sheet does not exist." when
+  // sSheets finds no sheet (tested before the office prints anything); -213
+  // "Invalid or missing sheets specified." when a listed sheet cannot be
+  // found or a range of sRanges is not a range of it (everything else is
+  // still printed); -208 only when printing to a file.
+  int32_t PrintExcelContents(std::string& sPathOriginal, std::string& sPrintToFileName, std::string& sSheets,
+                             std::string& sRanges, std::string& sPrinter, int32_t& lNumCopies, int32_t& lFromPage,
+                             int32_t& lToPage, bool& bCollate, bool& bPrintToFile);
+  // Opens sSourceFile (double quotes removed, rewritten) with the input
+  // password pair, not read-only, and runs sMacroName (double quotes removed,
+  // rewritten) with sArg1 up to the last non-empty argument, every one a
+  // text (empty ones before it passed as ""). Macros: the workbook's VBA code
+  // (.xls, .xlsm) and its Basic (.ods), named "Macro", "Module.Macro",
+  // "Library.Module.Macro" or "'book.xlsm'!Macro". When bSaveAfterExecution
+  // the workbook is then saved as sTargetFile in the normal workbook format
+  // (.xls); otherwise nothing is written. A macro that is missing, fails or
+  // cannot be compiled fails the call (general error path); one that runs
+  // longer than the office's call limit is stopped with its office.
+  int32_t ExecuteMacro(std::string& sSourceFile, std::string& sTargetFile, std::string& sMacroName,
+                       bool& bSaveAfterExecution, std::string& sArg1, std::string& sArg2, std::string& sArg3,
+                       std::string& sArg4, std::string& sArg5, std::string& sArg6, std::string& sArg7,
+                       std::string& sArg8);
+  // Opens sSourceFile writable with sOriginalFilePW and sOriginalFilePWToWrite
+  // and saves it as sTargetFile in the normal workbook format (.xls, whatever
+  // the extension), encrypted with sTargetFilePW and reserved for writing
+  // with sTargetFilePWToWrite (without it the copy opens read-only); an empty
+  // new password leaves that protection out. The control's password
+  // properties are not used. A wrong original password fails through the
+  // general error path and writes nothing.
+  int32_t ChangePassword(std::string& sSourceFile, std::string& sTargetFile, std::string& sOriginalFilePW,
+                         std::string& sOriginalFilePWToWrite, std::string& sTargetFilePW,
+                         std::string& sTargetFilePWToWrite);
 
   // ---- Text methods (libravelin.so) ----
   // Each returns the text library's result unchanged (0 success, its negative

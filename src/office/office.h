@@ -59,6 +59,7 @@ enum class ValueKind : uint8_t { kPlain, kDate, kCurrency, kLogical };
 // One kind per cell of a block, like Block; an empty one: every number plain.
 using KindBlock = std::vector<std::vector<ValueKind>>;
 
+struct PrintOutOptions;
 
 class Range {
  public:
@@ -152,8 +153,14 @@ class Range {
   virtual bool MergeCells() { throw Error(ErrorKind::kAutomation, "not supported: Range.MergeCells"); }
   // Font.Bold of the range's first cell.
   virtual bool FontBold() { throw Error(ErrorKind::kAutomation, "not supported: Range.Font.Bold"); }
+  // Range.PrintOut: these cells alone, as Worksheet.PrintOut prints a sheet.
+  virtual void PrintOut(const PrintOutOptions& options) = 0;
 };
 
+// Printing: pages From..To of the printout (1-based; either may be omitted),
+// Copies, ActivePrinter (a printer of the system; one that does not exist
+// fails the call), and PrintToFile with PrToFileName (the print job written
+// to that file instead of a printer).
 struct PrintOutOptions {
   std::optional<int32_t> from;
   std::optional<int32_t> to;

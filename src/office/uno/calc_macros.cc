@@ -4,12 +4,18 @@
 
 #include <com/sun/star/beans/XPropertySet.hpp>
 #include <com/sun/star/container/XNameAccess.hpp>
+#include <com/sun/star/container/XNameContainer.hpp>
 #include <com/sun/star/frame/XFramesSupplier.hpp>
 #include <com/sun/star/frame/XModel.hpp>
+#include <com/sun/star/script/ModuleInfo.hpp>
+#include <com/sun/star/script/ModuleType.hpp>
 #include <com/sun/star/script/XLibraryContainer.hpp>
+#include <com/sun/star/script/vba/XVBACompatibility.hpp>
+#include <com/sun/star/script/vba/XVBAModuleInfo.hpp>
 #include <com/sun/star/script/provider/XScript.hpp>
 #include <com/sun/star/script/provider/XScriptProvider.hpp>
 #include <com/sun/star/script/provider/XScriptProviderSupplier.hpp>
+#include <com/sun/star/util/XModifiable.hpp>
 
 #include "office/uno/calc_application.h"
 #include "office/uno/calc_internal.h"
@@ -47,6 +53,80 @@ std::vector<std::string> SplitDots(const std::string& s) {
   }
   return parts;
 }
+
+constexpr const char* kTrapFunction = "TabulonRun";
+
+// The office reports a Basic error (a run-time error, a missing procedure
+// called inside the macro) only in a dialog, which never shows in an office
+// without a window: the macro would simply return. It is run instead through
+// a function in a module added beside it, whose error handler catches what
+// the macro does not and returns the error's number and text. The
+// module is removed again at once, and the workbook's modified flag left as
+// the macro left it.
+class TrappedRun {
+ public:
+  TrappedRun(CalcWorkbook& book, const Reference<css::script::XLibraryContainer>& libraries,
+             const Reference<css::container::XNameAccess>& modules, const std::string& procedure,
+             size_t argument_count)
+      : modifiable_(book.component(), UNO_QUERY), modules_(modules, UNO_QUERY), info_(modules, UNO_QUERY) {
+    if (!modules_.is() || !modifiable_.is()) return;
+    for (int n = 0; modules_->hasByName(ToOUString(module_)); ++n) module_ = "TabulonTrap" + std::to_string(n);
+    std::string parameters, pass;
+    for (size_t i = 1; i <= argument_count; ++i) {
+      parameters += (i > 1 ? ", " : "") + std::string("a") + std::to_string(i) + " As String";
+      pass += (i > 1 ? ", " : " ") + std::string("a") + std::to_string(i);
+    }
+    // A library of VBA code (an Excel workbook's) takes only modules it
+    // knows the kind of, and runs them as VBA.
+    Reference<css::script::vba::XVBACompatibility> vba(libraries, UNO_QUERY);
+    const bool vba_mode = vba.is() && vba->getVBACompatibilityMode();
+    const std::string source = std::string(vba_mode ? "Option VBASupport 1\n" : "") + "Function " + kTrapFunction + "(" + parameters +
+                               ") As String\n"
+                               "  On Error GoTo failed\n  " +
+                               procedure + pass + "\n  " + kTrapFunction +
+                               " = \"\"\n"
+                               "  Exit Function\n"
+                               "failed:\n  " +
+                               kTrapFunction + " = \"error \" & Err & \": \" & Error$\n"
+                               "End Function\n";
+    const bool modified = modifiable_->isModified();
+    try {
+      if (vba_mode && info_.is() && !info_->hasModuleInfo(ToOUString(module_))) {
+        css::script::ModuleInfo kind;
+        kind.ModuleType = css::script::ModuleType::NORMAL;
+        info_->insertModuleInfo(ToOUString(module_), kind);
+      }
+      modules_->insertByName(ToOUString(module_), Any(ToOUString(source)));
+    } catch (const css::uno::Exception&) {
+      return;  // a read-only library: the macro runs without the trap
+    }
+    modifiable_->setModified(modified);
+    inserted_ = true;
+  }
+  ~TrappedRun() {
+    try {
+      Remove();
+    } catch (...) {
+    }
+  }
+  bool ready() const { return inserted_; }
+  const std::string& module() const { return module_; }
+  void Remove() {
+    if (!inserted_) return;
+    inserted_ = false;
+    const bool modified = modifiable_->isModified();
+    modules_->removeByName(ToOUString(module_));
+    if (info_.is() && info_->hasModuleInfo(ToOUString(module_))) info_->removeModuleInfo(ToOUString(module_));
+    modifiable_->setModified(modified);
+  }
+
+ private:
+  Reference<css::util::XModifiable> modifiable_;
+  Reference<css::container::XNameContainer> modules_;
+  Reference<css::script::vba::XVBAModuleInfo> info_;
+  std::string module_ = "TabulonTrap";
+  bool inserted_ = false;
+};
 
 }  // namespace
 
@@ -117,7 +197,23 @@ void CalcApplication::Run(const std::string& macro, const std::vector<std::strin
           for (const auto& a : arguments) args.push_back(Any(ToOUString(a)));
           Sequence<sal_Int16> out_index;
           Sequence<Any> out_params;
-          script->invoke(ToSequence(args), out_index, out_params);
+          TrappedRun trap(*book, libraries, modules, parts.back(), arguments.size());
+          if (!trap.ready()) {
+            script->invoke(ToSequence(args), out_index, out_params);
+            return;
+          }
+          const std::string wrapper = "vnd.sun.star.script:" + ToUtf8(library) + "." + trap.module() +
+                                      "." + kTrapFunction + "?language=Basic&location=document";
+          OUString failure;
+          const Any result = supplier->getScriptProvider()->getScript(ToOUString(wrapper))->invoke(
+              ToSequence(args), out_index, out_params);
+          trap.Remove();
+          // The function always returns text when it ran; nothing comes back
+          // when the library's code could not be compiled.
+          if (!(result >>= failure))
+            throw Error(ErrorKind::kAutomation, "the macro '" + macro + "' did not run: its code cannot be compiled");
+          if (!failure.isEmpty())
+            throw Error(ErrorKind::kAutomation, "the macro '" + macro + "' failed: " + ToUtf8(failure));
           return;
         }
       }

@@ -29,6 +29,7 @@
 #include <com/sun/star/util/XReplaceable.hpp>
 
 #include "office/uno/calc_application.h"
+#include "office/uno/calc_print.h"
 #include "office/uno/calc_workbook.h"
 #include "office/uno/clipboard.h"
 #include "office/uno/excel_search.h"
@@ -405,6 +406,11 @@ std::unique_ptr<Range> CalcRange::SpecialCells(int32_t type) {
     return std::make_unique<CalcRange>(
         book_, sheet_, CellRect{used.last_row, used.last_column, used.last_row, used.last_column});
   });
+}
+
+void CalcRange::PrintOut(const PrintOutOptions& options) {
+  // The range as the selection prints its cells alone.
+  Call("Range.PrintOut", [&] { PrintSelection(*book_, Reference<css::uno::XInterface>(Cells(), UNO_QUERY), options); });
 }
 
 }  // namespace tabulon::office::uno

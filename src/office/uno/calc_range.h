@@ -59,6 +59,7 @@ class CalcRange : public Range {
   std::unique_ptr<Range> SpecialCells(int32_t type) override;
   bool MergeCells() override;
   bool FontBold() override;
+  void PrintOut(const PrintOutOptions& options) override;
 
  private:
   template <typename F>

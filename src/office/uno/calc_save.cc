@@ -22,6 +22,25 @@ namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// The 16-bit verifier of a write reservation password that Excel's binary
+// format keeps (and the office computes the same way from the password's
+// UTF-8 bytes).
+uint16_t ExcelModifyPasswordHash(const std::string& password) {
+  uint16_t hash = 0;
+  for (size_t i = password.size(); i-- > 0;) {
+    hash = static_cast<uint16_t>(((hash >> 14) & 0x01) | ((hash << 1) & 0x7FFF));
+    hash ^= static_cast<unsigned char>(password[i]);
+  }
+  hash = static_cast<uint16_t>(((hash >> 14) & 0x01) | ((hash << 1) & 0x7FFF));
+  hash ^= static_cast<uint16_t>(0x8000 | ('N' << 8) | 'K');
+  hash ^= static_cast<uint16_t>(password.size());
+  return hash;
+}
+
+}  // namespace
+
 void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) {
   const SheetRef active = ActiveSheetRef();
   if (display_formulas_) {
@@ -94,7 +113,12 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
     if (!password.empty() && !format->encrypts)
       throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
                                               " cannot be written with a password here");
-    if (!options.write_res_password.value_or("").empty()) NotSupported("SaveAs WriteResPassword");
+    // A write reservation is what the office calls a password to modify;
+    // it writes one into Excel's binary formats only.
+    const std::string modify_password = options.write_res_password.value_or("");
+    if (!modify_password.empty() && std::strncmp(format->filter, "MS Excel 97", 11) != 0)
+      throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
+                                              " cannot be written with a write reservation password here");
     if (filename.empty()) throw Error(ErrorKind::kAutomation, "no file name");
     // The dBase writer is the office's database driver, a separate package.
     if (std::strcmp(format->filter, "dBase") == 0 &&
@@ -115,6 +139,8 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
       std::vector<css::beans::PropertyValue> args{Prop("FilterName", Any(ToOUString(format->filter))),
                                                   Prop("Overwrite", Any(true))};
       if (!password.empty()) args.push_back(Prop("Password", Any(ToOUString(password))));
+      if (!modify_password.empty())
+        args.push_back(Prop("ModifyPasswordInfo", Any(static_cast<sal_Int32>(ExcelModifyPasswordHash(modify_password)))));
       Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
       storable->storeToURL(ToOUString(FileUrl(written)),
                            Sequence<css::beans::PropertyValue>(args.data(), args.size()));

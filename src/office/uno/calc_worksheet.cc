@@ -6,9 +6,9 @@
 #include <com/sun/star/container/XIndexAccess.hpp>
 #include <com/sun/star/container/XNamed.hpp>
 #include <com/sun/star/sheet/XCellRangeAddressable.hpp>
-#include <com/sun/star/view/XPrintable.hpp>
 
 #include "office/uno/calc_application.h"
+#include "office/uno/calc_print.h"
 #include "office/uno/calc_range.h"
 #include "office/uno/calc_workbook.h"
 
@@ -145,35 +145,10 @@ void CalcWorksheet::Paste() { PasteAtSelection("Worksheet.Paste", -4104); }
 void CalcWorksheet::PasteSpecialValues() { PasteAtSelection("Worksheet.PasteSpecial", -4163); }
 
 void CalcWorksheet::PrintOut(const PrintOutOptions& options) {
-  Call("Worksheet.PrintOut", [&] {
-    if (options.preview.value_or(false)) NotSupported("PrintOut with Preview");
-    book_->EnsureView();  // the office prints through a document's view
-    Reference<css::view::XPrintable> printable(book_->component(), UNO_QUERY_THROW);
-    if (options.active_printer && !options.active_printer->empty()) {
-      printable->setPrinter(ToSequence<css::beans::PropertyValue>(
-          {Prop("Name", Any(ToOUString(*options.active_printer)))}));
-    }
-    // The sheet as the selection prints that sheet alone, as Excel's
-    // Worksheet.PrintOut does. Waiting makes the call return after the job
-    // is handed over, so the watchdog covers it.
-    std::vector<css::beans::PropertyValue> args{
-        Prop("Selection", Any(Reference<css::uno::XInterface>(sheet_, UNO_QUERY))),
-        Prop("Wait", Any(true)),
-        Prop("CopyCount", Any(static_cast<sal_Int16>(options.copies.value_or(1)))),
-        Prop("Collate", Any(options.collate.value_or(true))),
-    };
-    if (options.from || options.to) {
-      const int32_t from = options.from.value_or(1);
-      args.push_back(Prop("Pages", Any(ToOUString(std::to_string(from) + "-" +
-                                                   (options.to ? std::to_string(*options.to) : "")))));
-    }
-    if (options.print_to_file.value_or(false)) {
-      if (!options.pr_to_file_name || options.pr_to_file_name->empty())
-        throw Error(ErrorKind::kAutomation, "PrintToFile needs PrToFileName");
-      args.push_back(Prop("FileName", Any(ToOUString(FileUrl(*options.pr_to_file_name)))));
-    }
-    printable->print(ToSequence(args));
-  });
+  // The sheet as the selection prints that sheet alone, as Excel's
+  // Worksheet.PrintOut does.
+  Call("Worksheet.PrintOut",
+       [&] { PrintSelection(*book_, Reference<css::uno::XInterface>(sheet_, UNO_QUERY), options); });
 }
 
 // ================================================================ Worksheets

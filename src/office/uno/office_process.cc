@@ -325,6 +325,20 @@ bool OfficeProcess::WriteSettings(std::string* reason) const {
          "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\n"
          "<item oor:path=\"/org.openoffice.Office.Common/Misc\">"
          "<prop oor:name=\"UseLocking\" oor:op=\"fuse\"><value>false</value></prop></item>\n"
+         // Application.Run runs the macros of the workbooks it opens, as
+         // Excel does for a workbook opened by automation: the lowest macro
+         // security (no question, no refusal), and the VBA code of Excel
+         // workbooks loaded as runnable code, kept when they are saved.
+         "<item oor:path=\"/org.openoffice.Office.Common/Security/Scripting\">"
+         "<prop oor:name=\"MacroSecurityLevel\" oor:op=\"fuse\"><value>0</value></prop></item>\n"
+         "<item oor:path=\"/org.openoffice.Office.Common/Security/Scripting\">"
+         "<prop oor:name=\"DisableMacrosExecution\" oor:op=\"fuse\"><value>false</value></prop></item>\n"
+         "<item oor:path=\"/org.openoffice.Office.Calc/Filter/Import/VBA\">"
+         "<prop oor:name=\"Load\" oor:op=\"fuse\"><value>true</value></prop></item>\n"
+         "<item oor:path=\"/org.openoffice.Office.Calc/Filter/Import/VBA\">"
+         "<prop oor:name=\"Executable\" oor:op=\"fuse\"><value>true</value></prop></item>\n"
+         "<item oor:path=\"/org.openoffice.Office.Calc/Filter/Import/VBA\">"
+         "<prop oor:name=\"Save\" oor:op=\"fuse\"><value>true</value></prop></item>\n"
          "</oor:items>\n";
   if (!out.flush()) {
     *reason = "cannot write the office's settings in " + user.string();
