@@ -197,7 +197,7 @@ void CalcApplication::Run(const std::string& macro, const std::vector<std::strin
           for (const auto& a : arguments) args.push_back(Any(ToOUString(a)));
           Sequence<sal_Int16> out_index;
           Sequence<Any> out_params;
-          TrappedRun trap(*book, libraries, modules, parts.back(), arguments.size());
+          TrappedRun trap(*book, libraries, modules, ToUtf8(module) + "." + parts.back(), arguments.size());
           if (!trap.ready()) {
             script->invoke(ToSequence(args), out_index, out_params);
             return;

@@ -2,11 +2,22 @@
 // view with the sheet or the range as its selection.
 #include "office/uno/calc_print.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <com/sun/star/beans/PropertyValue.hpp>
+#include <com/sun/star/document/XUndoManager.hpp>
+#include <com/sun/star/document/XUndoManagerSupplier.hpp>
+#include <com/sun/star/frame/XController.hpp>
+#include <com/sun/star/frame/XModel.hpp>
+#include <com/sun/star/sheet/XCellRangeAddressable.hpp>
+#include <com/sun/star/sheet/XPrintAreas.hpp>
+#include <com/sun/star/sheet/XSpreadsheetView.hpp>
+#include <com/sun/star/table/CellRangeAddress.hpp>
+#include <com/sun/star/util/XModifiable.hpp>
 #include <com/sun/star/view/XPrintable.hpp>
+#include <com/sun/star/view/XSelectionSupplier.hpp>
 
 #include "office/uno/calc_workbook.h"
 
@@ -22,9 +33,48 @@ std::string PrinterName(const Reference<css::view::XPrintable>& printable) {
   return {};
 }
 
+// A range as its sheet's only print area while it lives; the print areas
+// and the workbook's modified flag as they were afterwards.
+class PrintAreaScope {
+ public:
+  PrintAreaScope(CalcWorkbook& book, const SheetRef& sheet, const Reference<css::table::XCellRange>& cells)
+      : areas_(sheet, UNO_QUERY_THROW), modifiable_(book.component(), UNO_QUERY) {
+    modified_ = modifiable_.is() && modifiable_->isModified();
+    previous_ = areas_->getPrintAreas();
+    Reference<css::document::XUndoManagerSupplier> undo(book.component(), UNO_QUERY);
+    if (undo.is()) undo_ = undo->getUndoManager();
+    const sal_Int32 undo_steps = undo_.is() ? undo_->getAllUndoActionTitles().getLength() : 0;
+    Reference<css::sheet::XCellRangeAddressable> address(cells, UNO_QUERY_THROW);
+    areas_->setPrintAreas(ToSequence<css::table::CellRangeAddress>({address->getRangeAddress()}));
+    undoable_ = undo_.is() && undo_->getAllUndoActionTitles().getLength() > undo_steps;
+  }
+  ~PrintAreaScope() {
+    try {
+      // Undoing brings back what the print areas cannot say: a sheet with
+      // none prints whole, one whose areas were set to none prints nothing.
+      if (undoable_)
+        undo_->undo();
+      else
+        areas_->setPrintAreas(previous_);
+      if (modifiable_.is()) modifiable_->setModified(modified_);
+    } catch (const css::uno::Exception&) {
+    }
+  }
+  PrintAreaScope(const PrintAreaScope&) = delete;
+  PrintAreaScope& operator=(const PrintAreaScope&) = delete;
+
+ private:
+  Reference<css::sheet::XPrintAreas> areas_;
+  Reference<css::util::XModifiable> modifiable_;
+  Reference<css::document::XUndoManager> undo_;
+  Sequence<css::table::CellRangeAddress> previous_;
+  bool modified_ = false;
+  bool undoable_ = false;
+};
+
 }  // namespace
 
-void PrintSelection(CalcWorkbook& book, const Reference<css::uno::XInterface>& selection,
+void PrintSelection(CalcWorkbook& book, const SheetRef& sheet, const Reference<css::table::XCellRange>& cells,
                     const PrintOutOptions& options) {
   if (options.preview.value_or(false)) NotSupported("PrintOut with Preview");
   const bool to_file = options.print_to_file.value_or(false);
@@ -42,10 +92,21 @@ void PrintSelection(CalcWorkbook& book, const Reference<css::uno::XInterface>& s
     if (PrinterName(printable) != *options.active_printer)
       throw Error(ErrorKind::kAutomation, "there is no printer named '" + *options.active_printer + "'");
   }
+  // The office prints the sheets its view has selected: the sheet made the
+  // active and only selected one prints alone. A range prints as the
+  // sheet's print area for the time of the job (a range selected in the view
+  // still prints the whole sheet).
+  Reference<css::frame::XModel> model(book.component(), UNO_QUERY_THROW);
+  Reference<css::sheet::XSpreadsheetView> view(model->getCurrentController(), UNO_QUERY_THROW);
+  view->setActiveSheet(sheet);
+  Reference<css::view::XSelectionSupplier>(view, UNO_QUERY_THROW)
+      ->select(Any(sheet->getCellRangeByPosition(0, 0, 0, 0)));
+  std::optional<PrintAreaScope> area;
+  if (cells.is()) area.emplace(book, sheet, cells);
   // Waiting makes the call return after the job is handed over, so the
   // watchdog covers it.
   std::vector<css::beans::PropertyValue> args{
-      Prop("Selection", Any(selection)),
+      Prop("PrintContent", Any(static_cast<sal_Int32>(1))),
       Prop("Wait", Any(true)),
       Prop("CopyCount", Any(static_cast<sal_Int16>(options.copies.value_or(1)))),
       Prop("Collate", Any(options.collate.value_or(true))),

@@ -2,6 +2,8 @@
 // the backend.
 #pragma once
 
+#include <com/sun/star/table/XCellRange.hpp>
+
 #include "office/office.h"
 #include "office/uno/calc_internal.h"
 
@@ -9,9 +11,9 @@ namespace tabulon::office::uno {
 
 class CalcWorkbook;
 
-// Prints `selection` (a sheet or a cell range of `book`) as PrintOut does
-// (inside a call).
-void PrintSelection(CalcWorkbook& book, const Reference<css::uno::XInterface>& selection,
+// Prints `cells` of `sheet` of `book`, or the whole sheet when `cells` is
+// null, as PrintOut does (inside a call).
+void PrintSelection(CalcWorkbook& book, const SheetRef& sheet, const Reference<css::table::XCellRange>& cells,
                     const PrintOutOptions& options);
 
 }  // namespace tabulon::office::uno

@@ -409,8 +409,7 @@ std::unique_ptr<Range> CalcRange::SpecialCells(int32_t type) {
 }
 
 void CalcRange::PrintOut(const PrintOutOptions& options) {
-  // The range as the selection prints its cells alone.
-  Call("Range.PrintOut", [&] { PrintSelection(*book_, Reference<css::uno::XInterface>(Cells(), UNO_QUERY), options); });
+  Call("Range.PrintOut", [&] { PrintSelection(*book_, sheet_, Cells(), options); });
 }
 
 }  // namespace tabulon::office::uno

@@ -145,10 +145,8 @@ void CalcWorksheet::Paste() { PasteAtSelection("Worksheet.Paste", -4104); }
 void CalcWorksheet::PasteSpecialValues() { PasteAtSelection("Worksheet.PasteSpecial", -4163); }
 
 void CalcWorksheet::PrintOut(const PrintOutOptions& options) {
-  // The sheet as the selection prints that sheet alone, as Excel's
-  // Worksheet.PrintOut does.
-  Call("Worksheet.PrintOut",
-       [&] { PrintSelection(*book_, Reference<css::uno::XInterface>(sheet_, UNO_QUERY), options); });
+  // That sheet alone, as Excel's Worksheet.PrintOut prints it.
+  Call("Worksheet.PrintOut", [&] { PrintSelection(*book_, sheet_, {}, options); });
 }
 
 // ================================================================ Worksheets
