@@ -18,6 +18,9 @@ packages=(
   libreoffice-calc libreoffice-writer libreoffice-dev libreoffice-base-drivers
   # fonts and locales the office renders and exports with
   fonts-dejavu-core locales
+  # printing (a CUPS PDF queue, see setup-printer.sh), and the readers the
+  # tests check printed PDFs and encrypted workbooks with
+  cups printer-driver-cups-pdf poppler-utils python3-msoffcrypto-tool
 )
 
 missing=()
@@ -44,3 +47,8 @@ if ! locale -a 2>/dev/null | grep -qi '^en_US\.utf-\?8$'; then
     $sudo locale-gen >/dev/null 2>&1 || true
   fi
 fi
+
+# A printer for PrintExcelContents: CUPS started where it is not running (a
+# fresh container or CI runner has no service manager to start it) and the
+# PDF queue added.
+"$(dirname "$0")/setup-printer.sh" >/dev/null

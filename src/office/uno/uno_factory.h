@@ -56,21 +56,23 @@
 //   than all, values, formulas (and their number-format variants), throws.
 // - SaveAs with a password writes only formats the office can encrypt (.xls,
 //   .xlt, .ods); any other format asked for a password throws. A write
-//   reservation password on SaveAs throws "not supported". On Open, a write
-//   reservation password has no effect.
+//   reservation password on SaveAs is written into Excel's binary formats
+//   (.xls, .xlt) and throws for any other. On Open, a write reservation
+//   password has no effect.
 // - dBase (7, 8, 11) needs the office's database drivers
 //   (libreoffice-base-drivers); without them SaveAs refuses those numbers.
 // - Text outputs with DisplayFormulas on are written from the cells'
 //   formulas in Excel syntax (values of constant cells unformatted).
-// - Application.Run runs Basic macros of open documents (Lib.Module.Sub,
-//   Module.Sub or Sub, optionally after "'Book'!"). A Basic error inside the
-//   macro is not reported. In an office driven this way, Basic sees the
-//   document model's methods but not those of sheets and cells (its
-//   introspection of them comes back empty), so macros that edit cells fail
-//   silently.
-// - Worksheet.PrintOut prints the sheet through the office's printing, to a
-//   named printer or, with PrintToFile, to PrToFileName (PostScript).
-//   Preview throws "not supported".
+// - Application.Run runs the Basic and VBA macros of open documents
+//   (Lib.Module.Sub, Module.Sub or Sub, optionally after "'Book'!"); the
+//   profile lets documents' macros and Excel workbooks' VBA code run without
+//   asking. A Basic or VBA error inside the macro, or code that cannot be
+//   compiled (a module whose code does not compile runs nothing at all),
+//   makes Run throw with the office's error text.
+// - Worksheet.PrintOut and Range.PrintOut print that sheet (that range)
+//   alone through the office's printing, to a named printer (one the system
+//   lacks throws) or, with PrintToFile, to PrToFileName as PDF. Preview
+//   throws "not supported".
 // - Workbooks.Add is the only way to a new workbook; templates are not used.
 #pragma once
 
