@@ -67,7 +67,7 @@
 //   (Lib.Module.Sub, Module.Sub or Sub, optionally after "'Book'!"); the
 //   profile lets documents' macros and Excel workbooks' VBA code run without
 //   asking. A Basic or VBA error inside the macro, or code that cannot be
-//   compiled (a module whose code does not compile runs nothing at all),
+//   compiled (a library with a module that does not compile runs nothing),
 //   makes Run throw with the office's error text.
 // - Worksheet.PrintOut and Range.PrintOut print that sheet (that range)
 //   alone through the office's printing, to a named printer (one the system
