@@ -5,12 +5,9 @@
 
 namespace tabulon {
 
-int32_t TabulonCtrl::ChangePassword(std::string &sSourceFile,
-                                    std::string &sTargetFile,
-                                    std::string &sOriginalFilePW,
-                                    std::string &sOriginalFilePWToWrite,
-                                    std::string &sTargetFilePW,
-                                    std::string &sTargetFilePWToWrite) {
+int32_t TabulonCtrl::ChangePassword(std::string& sSourceFile, std::string& sTargetFile, std::string& sOriginalFilePW,
+                                    std::string& sOriginalFilePWToWrite, std::string& sTargetFilePW,
+                                    std::string& sTargetFilePWToWrite) {
   // The six arguments alone decide: the source is opened writable with the
   // old pair, whatever the control's password properties say.
   office::OpenOptions open;
@@ -21,10 +18,7 @@ int32_t TabulonCtrl::ChangePassword(std::string &sSourceFile,
   save.password = sTargetFilePW;
   save.write_res_password = sTargetFilePWToWrite;
   save.access_mode = office::kXlNoChange;
-  return WorkbookMethod(*state_, sSourceFile, sTargetFile)
-      .OpenWith(open)
-      .SaveWith(save)
-      .Run([](MethodStep &) {});
+  return WorkbookMethod(*state_, sSourceFile, sTargetFile).OpenWith(open).SaveWith(save).Run([](MethodStep&) {});
 }
 
-} // namespace tabulon
+}  // namespace tabulon

@@ -31,38 +31,34 @@ using office::Block;
 using office::Cell;
 using testing::SheetCells;
 
-constexpr const char *kQueue = "TabulonPDF";
+constexpr const char* kQueue = "TabulonPDF";
 
 struct Shell {
   int status;
   std::string out;
 };
 
-Shell RunShell(const std::string &command) {
+Shell RunShell(const std::string& command) {
   Shell r{-1, {}};
-  FILE *pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr)
-    return r;
+  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return r;
   std::array<char, 4096> buffer;
   size_t n;
-  while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-    r.out.append(buffer.data(), n);
+  while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) r.out.append(buffer.data(), n);
   const int status = pclose(pipe);
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return r;
 }
 
-std::string Quote(const std::string &text) { return "'" + text + "'"; }
+std::string Quote(const std::string& text) { return "'" + text + "'"; }
 
-int PdfPages(const std::string &pdf) {
+int PdfPages(const std::string& pdf) {
   const Shell info = RunShell("pdfinfo " + Quote(pdf));
   const size_t at = info.out.find("Pages:");
   return at == std::string::npos ? -1 : std::atoi(info.out.c_str() + at + 6);
 }
 
-std::string PdfText(const std::string &pdf) {
-  return RunShell("pdftotext " + Quote(pdf) + " -").out;
-}
+std::string PdfText(const std::string& pdf) { return RunShell("pdftotext " + Quote(pdf) + " -").out; }
 
 // A flat OpenDocument spreadsheet with a Basic module and one module of VBA
 // code (the office runs both; Excel workbooks bring theirs as VBA).
@@ -93,55 +89,46 @@ End Sub
 
 struct Shared {
   fs::path dir;
-  std::string
-      book; // Pages (page-one, page-two, page-three, a page each), Second
-  std::string plain;  // North (name,qty / pens,3), an .xls without passwords
-  std::string macros; // MacroBook()
-  std::string spool;  // where the queue writes this user's jobs
+  std::string book;    // Pages (page-one, page-two, page-three, a page each), Second
+  std::string plain;   // North (name,qty / pens,3), an .xls without passwords
+  std::string macros;  // MacroBook()
+  std::string spool;   // where the queue writes this user's jobs
   std::unique_ptr<office::Application> reader;
   std::unique_ptr<TabulonCtrl> warm;
 };
-Shared *g = nullptr;
+Shared* g = nullptr;
 
 class Environment : public ::testing::Environment {
-public:
+ public:
   void TearDown() override {
-    if (g == nullptr)
-      return;
+    if (g == nullptr) return;
     g->warm->put_OptimizeForSpeed(false);
     g->warm.reset();
     g->reader->Quit();
     fs::remove_all(g->dir);
     delete g;
     g = nullptr;
-    EXPECT_TRUE(testing::ChildOfficePids().empty())
-        << "an office was left running";
+    EXPECT_TRUE(testing::ChildOfficePids().empty()) << "an office was left running";
   }
 };
 
-Shared &Get() {
-  if (g != nullptr)
-    return *g;
+Shared& Get() {
+  if (g != nullptr) return *g;
   g = new Shared;
   ::testing::AddGlobalTestEnvironment(new Environment);
-  g->dir = fs::temp_directory_path() /
-           ("tabulon-print-macro-" + std::to_string(getpid()));
+  g->dir = fs::temp_directory_path() / ("tabulon-print-macro-" + std::to_string(getpid()));
   fs::create_directories(g->dir / "fixtures");
   g->reader = office::uno::MakeUnoFactory()->CreateExcel();
-  office::Application &app = *g->reader;
+  office::Application& app = *g->reader;
 
   Block pages(120, std::vector<Cell>{Cell()});
   pages[0][0] = Cell(std::string("page-one"));
   pages[59][0] = Cell(std::string("page-two"));
   pages[119][0] = Cell(std::string("page-three"));
   g->book = (g->dir / "fixtures" / "book.xlsx").string();
-  testing::SaveBook(
-      app, g->book,
-      {{"Pages", pages}, {"Second", {{"second-a", Cell(), "second-c"}}}});
+  testing::SaveBook(app, g->book, {{"Pages", pages}, {"Second", {{"second-a", Cell(), "second-c"}}}});
   g->plain = (g->dir / "fixtures" / "plain.xls").string();
-  testing::SaveBook(app, g->plain,
-                    {{"North", {{"name", "qty"}, {"pens", 3.0}}}},
-                    office::kXlWorkbookNormal);
+  testing::SaveBook(app, g->plain, {{"North", {{"name", "qty"}, {"pens", 3.0}}}}, office::kXlWorkbookNormal);
   g->macros = (g->dir / "fixtures" / "macros.fods").string();
   std::ofstream(g->macros) << MacroBook();
 
@@ -152,7 +139,7 @@ Shared &Get() {
 
 // The printer set-up of the README, run by the tests themselves: CUPS is
 // started where it is not running and the PDF queue added.
-const std::string &Spool() {
+const std::string& Spool() {
   static const std::string spool = [] {
     const Shell setup = RunShell(TABULON_SETUP_PRINTER);
     EXPECT_EQ(setup.status, 0) << setup.out;
@@ -167,8 +154,7 @@ const std::string &Spool() {
 // and returns; the PDF is written afterwards).
 void WaitForQueue() {
   for (int i = 0; i < 600; ++i) {
-    if (RunShell(std::string("lpstat -o ") + kQueue).out.empty())
-      return;
+    if (RunShell(std::string("lpstat -o ") + kQueue).out.empty()) return;
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   ADD_FAILURE() << "the print queue did not finish";
@@ -176,27 +162,23 @@ void WaitForQueue() {
 
 std::set<std::string> SpoolFiles() {
   std::set<std::string> files;
-  for (const auto &entry : fs::directory_iterator(Spool()))
-    files.insert(entry.path().string());
+  for (const auto& entry : fs::directory_iterator(Spool())) files.insert(entry.path().string());
   return files;
 }
 
-std::vector<std::string> NewFiles(const std::set<std::string> &before) {
+std::vector<std::string> NewFiles(const std::set<std::string>& before) {
   WaitForQueue();
   std::vector<std::string> added;
-  for (const std::string &file : SpoolFiles())
-    if (!before.count(file))
-      added.push_back(file);
-  std::sort(added.begin(), added.end(),
-            [](const std::string &a, const std::string &b) {
-              // job_<n>-...: in the order the jobs were made
-              return std::atoi(fs::path(a).filename().c_str() + 4) <
-                     std::atoi(fs::path(b).filename().c_str() + 4);
-            });
+  for (const std::string& file : SpoolFiles())
+    if (!before.count(file)) added.push_back(file);
+  std::sort(added.begin(), added.end(), [](const std::string& a, const std::string& b) {
+    // job_<n>-...: in the order the jobs were made
+    return std::atoi(fs::path(a).filename().c_str() + 4) < std::atoi(fs::path(b).filename().c_str() + 4);
+  });
   return added;
 }
 
-fs::path Folder(const std::string &name) {
+fs::path Folder(const std::string& name) {
   const fs::path folder = Get().dir / "tests" / name;
   fs::remove_all(folder);
   fs::create_directories(folder);
@@ -204,16 +186,14 @@ fs::path Folder(const std::string &name) {
 }
 
 struct Events {
-  explicit Events(TabulonCtrl &control) : control_(control) {
-    cookie_ = control.AdviseOnError([this](int32_t &code, std::string &text) {
-      list.emplace_back(code, text);
-    });
+  explicit Events(TabulonCtrl& control) : control_(control) {
+    cookie_ = control.AdviseOnError([this](int32_t& code, std::string& text) { list.emplace_back(code, text); });
   }
   ~Events() { control_.UnadviseOnError(cookie_); }
   std::vector<std::pair<int32_t, std::string>> list;
 
-private:
-  TabulonCtrl &control_;
+ private:
+  TabulonCtrl& control_;
   uint32_t cookie_;
 };
 
@@ -223,30 +203,26 @@ struct Print {
   bool collate = true, to_file = false;
 };
 
-int32_t PrintWith(TabulonCtrl &control, Print &p) {
-  return control.PrintExcelContents(p.path, p.file, p.sheets, p.ranges,
-                                    p.printer, p.copies, p.from, p.to,
-                                    p.collate, p.to_file);
+int32_t PrintWith(TabulonCtrl& control, Print& p) {
+  return control.PrintExcelContents(p.path, p.file, p.sheets, p.ranges, p.printer, p.copies, p.from, p.to, p.collate,
+                                    p.to_file);
 }
 
 // ---------------------------------------------------------------- printing
 
-TEST(PrintExcelContents,
-     PrintsEachListedSheetAsOneJobOnTheQueueWithItsCopiesAndPages) {
-  TabulonCtrl &control = *Get().warm;
+TEST(PrintExcelContents, PrintsEachListedSheetAsOneJobOnTheQueueWithItsCopiesAndPages) {
+  TabulonCtrl& control = *Get().warm;
   struct Case {
-    const char *sheets;
+    const char* sheets;
     int32_t copies, from, to;
-    std::vector<int> pages; // of each job, in order
+    std::vector<int> pages;  // of each job, in order
   };
   const Case cases[] = {
-      {"Pages,Second", 1, 0, 0, {3, 1}},
-      {"1", 2, 0, 0, {6}}, // two copies of three pages
-      {"Pages", 1, 2, 3, {2}},
-      {"Pages", 1, 0, 2, {2}}, // no first page given: from the first
-      {"Pages", 1, 3, 0, {1}}, // no last page given: to the end
+      {"Pages,Second", 1, 0, 0, {3, 1}}, {"1", 2, 0, 0, {6}},      // two copies of three pages
+      {"Pages", 1, 2, 3, {2}},           {"Pages", 1, 0, 2, {2}},  // no first page given: from the first
+      {"Pages", 1, 3, 0, {1}},                                     // no last page given: to the end
   };
-  for (const Case &c : cases) {
+  for (const Case& c : cases) {
     const auto before = SpoolFiles();
     Print p{Get().book, "", c.sheets};
     p.copies = c.copies;
@@ -255,19 +231,15 @@ TEST(PrintExcelContents,
     ASSERT_EQ(PrintWith(control, p), 0) << control.get_ErrorString();
     const auto jobs = NewFiles(before);
     std::vector<int> pages;
-    for (const std::string &job : jobs)
-      pages.push_back(PdfPages(job));
-    EXPECT_EQ(pages, c.pages)
-        << c.sheets << " " << c.copies << " " << c.from << "-" << c.to;
-    for (const std::string &job : jobs)
-      fs::remove(job);
+    for (const std::string& job : jobs) pages.push_back(PdfPages(job));
+    EXPECT_EQ(pages, c.pages) << c.sheets << " " << c.copies << " " << c.from << "-" << c.to;
+    for (const std::string& job : jobs) fs::remove(job);
   }
 }
 
 TEST(PrintExcelContents, TheDefaultPrinterIsTheQueueWhenTheSystemHasNoOther) {
   const Shell default_printer = RunShell("lpstat -d");
-  if (default_printer.out.find(kQueue) == std::string::npos)
-    GTEST_SKIP() << default_printer.out;
+  if (default_printer.out.find(kQueue) == std::string::npos) GTEST_SKIP() << default_printer.out;
   const auto before = SpoolFiles();
   Print p{Get().book, "", "Second"};
   p.printer = "";
@@ -279,131 +251,81 @@ TEST(PrintExcelContents, TheDefaultPrinterIsTheQueueWhenTheSystemHasNoOther) {
 }
 
 TEST(PrintExcelContents, PrintsToFilesTheSheetsRangesAndPagesAsked) {
-  TabulonCtrl &control = *Get().warm;
+  TabulonCtrl& control = *Get().warm;
   const fs::path folder = Folder("to-file");
   Spool();
   struct Case {
-    const char *sheets;
-    const char *ranges;
+    const char* sheets;
+    const char* ranges;
     int32_t from, to;
-    std::vector<std::string> files;              // written, in job order
-    std::vector<std::vector<std::string>> texts; // on each file
-    std::vector<std::string> absent;             // on none of them
+    std::vector<std::string> files;               // written, in job order
+    std::vector<std::vector<std::string>> texts;  // on each file
+    std::vector<std::string> absent;              // on none of them
   };
   const Case cases[] = {
-      {"Pages",
-       "",
-       0,
-       0,
-       {"out.pdf"},
-       {{"page-one", "page-two", "page-three"}},
-       {"second-a"}},
-      {"Pages",
-       "",
-       2,
-       2,
-       {"out.pdf"},
-       {{"page-two"}},
-       {"page-one", "page-three"}},
-      {"\"Second\"",
-       "A1,C1:C1",
-       0,
-       0,
-       {"out.pdf", "out-2.pdf"},
-       {{"second-a"}, {"second-c"}},
-       {"page-one"}},
-      {"*",
-       "A1",
-       0,
-       0,
-       {"out.pdf", "out-2.pdf"},
-       {{"page-one"}, {"second-a"}},
-       {"page-two", "second-c"}},
+      {"Pages", "", 0, 0, {"out.pdf"}, {{"page-one", "page-two", "page-three"}}, {"second-a"}},
+      {"Pages", "", 2, 2, {"out.pdf"}, {{"page-two"}}, {"page-one", "page-three"}},
+      {"\"Second\"", "A1,C1:C1", 0, 0, {"out.pdf", "out-2.pdf"}, {{"second-a"}, {"second-c"}}, {"page-one"}},
+      {"*", "A1", 0, 0, {"out.pdf", "out-2.pdf"}, {{"page-one"}, {"second-a"}}, {"page-two", "second-c"}},
   };
-  for (const Case &c : cases) {
-    const fs::path out = folder / "more" / "out.pdf"; // the folder is made
+  for (const Case& c : cases) {
+    const fs::path out = folder / "more" / "out.pdf";  // the folder is made
     Print p{Get().book, out.string(), c.sheets, c.ranges, ""};
     p.from = c.from;
     p.to = c.to;
     p.to_file = true;
     ASSERT_EQ(PrintWith(control, p), 0) << control.get_ErrorString();
     std::set<std::string> written;
-    for (const auto &entry : fs::directory_iterator(out.parent_path()))
+    for (const auto& entry : fs::directory_iterator(out.parent_path()))
       written.insert(entry.path().filename().string());
-    EXPECT_EQ(written, std::set<std::string>(c.files.begin(), c.files.end()))
-        << c.sheets << " " << c.ranges;
+    EXPECT_EQ(written, std::set<std::string>(c.files.begin(), c.files.end())) << c.sheets << " " << c.ranges;
     for (size_t i = 0; i < c.files.size() && i < c.texts.size(); ++i) {
-      const std::string text =
-          PdfText((out.parent_path() / c.files[i]).string());
-      for (const std::string &want : c.texts[i])
-        EXPECT_NE(text.find(want), std::string::npos) << want;
-      for (const std::string &not_there : c.absent)
-        EXPECT_EQ(text.find(not_there), std::string::npos) << not_there;
+      const std::string text = PdfText((out.parent_path() / c.files[i]).string());
+      for (const std::string& want : c.texts[i]) EXPECT_NE(text.find(want), std::string::npos) << want;
+      for (const std::string& not_there : c.absent) EXPECT_EQ(text.find(not_there), std::string::npos) << not_there;
     }
     fs::remove_all(out.parent_path());
   }
 }
 
 TEST(PrintExcelContents, FailuresGiveTheirCodesAndPrintNothingWrong) {
-  TabulonCtrl &control = *Get().warm;
+  TabulonCtrl& control = *Get().warm;
   const fs::path folder = Folder("print-failures");
   std::ofstream(folder / "a-file") << "x";
   const std::string quoted_book = "\"" + Get().book + "\"";
   struct Case {
     Print p;
     int32_t code;
-    std::string text; // ErrorString, or a part of it for office errors
+    std::string text;  // ErrorString, or a part of it for office errors
     bool event;
   };
   const Case cases[] = {
-      {{(folder / "none.xlsx").string(), "", "*"},
-       kFileMissing,
-       "Source File does not exist",
-       false},
-      {{Get().book, "", "Nope"},
-       kSheetMissing,
-       "Source Sheet does not exist.",
-       true},
-      {{Get().book, (folder / "a-file" / "x.pdf").string(), "*", "", "", 1, 0,
-        0, true, true},
+      {{(folder / "none.xlsx").string(), "", "*"}, kFileMissing, "Source File does not exist", false},
+      {{Get().book, "", "Nope"}, kSheetMissing, "Source Sheet does not exist.", true},
+      {{Get().book, (folder / "a-file" / "x.pdf").string(), "*", "", "", 1, 0, 0, true, true},
        kTargetFolderMissing,
        "Target path folder does not exist",
        false},
-      {{Get().book, (folder / "bad.pdf").string(), "Second", "A1,NotARange", "",
-        1, 0, 0, true, true},
+      {{Get().book, (folder / "bad.pdf").string(), "Second", "A1,NotARange", "", 1, 0, 0, true, true},
        kInvalidSheets,
        "Invalid or missing sheets specified.",
        true},
-      {{Get().book, "", "Second", "", "NoSuchQueue"},
-       kAutomationError,
-       "NoSuchQueue",
-       true},
+      {{Get().book, "", "Second", "", "NoSuchQueue"}, kAutomationError, "NoSuchQueue", true},
   };
   for (Case c : cases) {
     Events events(control);
     const int32_t code = PrintWith(control, c.p);
     EXPECT_EQ(code, c.code) << c.text;
-    EXPECT_NE(control.get_ErrorString().find(c.text), std::string::npos)
-        << control.get_ErrorString();
+    EXPECT_NE(control.get_ErrorString().find(c.text), std::string::npos) << control.get_ErrorString();
     EXPECT_EQ(!events.list.empty(), c.event) << c.text;
   }
   // The valid range of the sheet was still printed; the missing one was not.
   EXPECT_TRUE(fs::exists(folder / "bad.pdf"));
   EXPECT_FALSE(fs::exists(folder / "bad-2.pdf"));
-  EXPECT_NE(PdfText((folder / "bad.pdf").string()).find("second-a"),
-            std::string::npos);
+  EXPECT_NE(PdfText((folder / "bad.pdf").string()).find("second-a"), std::string::npos);
 
   // Quotes are taken out of the path and the sheet list, which are rewritten.
-  Print quoted{quoted_book,
-               (folder / "q.pdf").string(),
-               "\"Second\"",
-               "",
-               "",
-               1,
-               0,
-               0,
-               true,
-               true};
+  Print quoted{quoted_book, (folder / "q.pdf").string(), "\"Second\"", "", "", 1, 0, 0, true, true};
   ASSERT_EQ(PrintWith(control, quoted), 0) << control.get_ErrorString();
   EXPECT_EQ(quoted.path, Get().book);
   EXPECT_EQ(quoted.sheets, "Second");
@@ -418,13 +340,12 @@ struct Macro {
   std::array<std::string, 8> args{};
 };
 
-int32_t RunMacro(TabulonCtrl &control, Macro &m) {
-  auto &a = m.args;
-  return control.ExecuteMacro(m.source, m.target, m.name, m.save, a[0], a[1],
-                              a[2], a[3], a[4], a[5], a[6], a[7]);
+int32_t RunMacro(TabulonCtrl& control, Macro& m) {
+  auto& a = m.args;
+  return control.ExecuteMacro(m.source, m.target, m.name, m.save, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]);
 }
 
-std::string Bytes(const std::string &path) {
+std::string Bytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::stringstream s;
   s << in.rdbuf();
@@ -432,7 +353,7 @@ std::string Bytes(const std::string &path) {
 }
 
 TEST(ExecuteMacro, RunsTheMacroOnTheWorkbookAndSavesOnlyWhenAsked) {
-  TabulonCtrl &control = *Get().warm;
+  TabulonCtrl& control = *Get().warm;
   const fs::path folder = Folder("macros");
   const std::string source = (folder / "macros.fods").string();
   fs::copy_file(Get().macros, source);
@@ -440,7 +361,7 @@ TEST(ExecuteMacro, RunsTheMacroOnTheWorkbookAndSavesOnlyWhenAsked) {
   struct Case {
     std::string name;
     std::array<std::string, 8> args;
-    const char *cell; // what the macro writes
+    const char* cell;  // what the macro writes
     Cell value;
   };
   const Case cases[] = {
@@ -454,11 +375,10 @@ TEST(ExecuteMacro, RunsTheMacroOnTheWorkbookAndSavesOnlyWhenAsked) {
       // VBA code, on Excel's object model.
       {"\"VbaPut\"", {"vba"}, "D1", Cell(std::string("vba!"))},
   };
-  for (const Case &c : cases) {
+  for (const Case& c : cases) {
     const std::string target = (folder / "out" / "saved.xls").string();
     Macro m{source, target, c.name, true, c.args};
-    ASSERT_EQ(RunMacro(control, m), 0)
-        << c.name << ": " << control.get_ErrorString();
+    ASSERT_EQ(RunMacro(control, m), 0) << c.name << ": " << control.get_ErrorString();
     EXPECT_EQ(m.name.find('"'), std::string::npos);
     const auto book = testing::ReadBook(*Get().reader, target);
     ASSERT_EQ(book.size(), 1u);
@@ -470,15 +390,14 @@ TEST(ExecuteMacro, RunsTheMacroOnTheWorkbookAndSavesOnlyWhenAsked) {
     fs::remove(target);
   }
   // Without the save, nothing is written and the source is as it was.
-  Macro unsaved{
-      source, (folder / "unsaved.xls").string(), "Put", false, {"x", "y"}};
+  Macro unsaved{source, (folder / "unsaved.xls").string(), "Put", false, {"x", "y"}};
   ASSERT_EQ(RunMacro(control, unsaved), 0) << control.get_ErrorString();
   EXPECT_FALSE(fs::exists(folder / "unsaved.xls"));
   EXPECT_EQ(Bytes(source), original);
 }
 
 TEST(ExecuteMacro, AMacroThatIsMissingOrFailsFailsTheCallAndWritesNothing) {
-  TabulonCtrl &control = *Get().warm;
+  TabulonCtrl& control = *Get().warm;
   const fs::path folder = Folder("macro-failures");
   struct Case {
     std::string name;
@@ -490,38 +409,26 @@ TEST(ExecuteMacro, AMacroThatIsMissingOrFailsFailsTheCallAndWritesNothing) {
       {"Tools.Divide", {"x"}, "Division by zero"},
       {"'other.xlsm'!Put", {"a", "b"}, "cannot be found"},
   };
-  for (const Case &c : cases) {
+  for (const Case& c : cases) {
     Events events(control);
     Macro m{Get().macros, (folder / "out.xls").string(), c.name, true, c.args};
     EXPECT_EQ(RunMacro(control, m), kAutomationError) << c.name;
-    EXPECT_NE(control.get_ErrorString().find(c.text), std::string::npos)
-        << control.get_ErrorString();
+    EXPECT_NE(control.get_ErrorString().find(c.text), std::string::npos) << control.get_ErrorString();
     ASSERT_EQ(events.list.size(), 1u);
     EXPECT_EQ(events.list[0].first, kAutomationError);
     EXPECT_FALSE(fs::exists(folder / "out.xls")) << c.name;
   }
   // A library with a module that does not compile runs none of its macros.
   std::string broken = MacroBook();
-  broken.replace(broken.find("Sub Forever()"), 0,
-                 "Sub Crash()\n  Dim n As Integer\n  n = 1 / 0\nEnd Sub\n");
+  broken.replace(broken.find("Sub Forever()"), 0, "Sub Crash()\n  Dim n As Integer\n  n = 1 / 0\nEnd Sub\n");
   std::ofstream(folder / "broken.fods") << broken;
-  for (const char *name : {"Crash", "NoArguments"}) {
-    Macro m{(folder / "broken.fods").string(),
-            (folder / "out.xls").string(),
-            name,
-            true,
-            {}};
+  for (const char* name : {"Crash", "NoArguments"}) {
+    Macro m{(folder / "broken.fods").string(), (folder / "out.xls").string(), name, true, {}};
     EXPECT_EQ(RunMacro(control, m), kAutomationError) << name;
-    EXPECT_NE(control.get_ErrorString().find("cannot be compiled"),
-              std::string::npos)
-        << control.get_ErrorString();
+    EXPECT_NE(control.get_ErrorString().find("cannot be compiled"), std::string::npos) << control.get_ErrorString();
     EXPECT_FALSE(fs::exists(folder / "out.xls"));
   }
-  Macro missing{(folder / "none.ods").string(),
-                (folder / "out.xls").string(),
-                "Put",
-                true,
-                {}};
+  Macro missing{(folder / "none.ods").string(), (folder / "out.xls").string(), "Put", true, {}};
   EXPECT_EQ(RunMacro(control, missing), kFileMissing);
   EXPECT_EQ(control.get_ErrorString(), "Source File does not exist");
 }
@@ -551,54 +458,45 @@ TEST(ExecuteMacro, AMacroThatNeverEndsIsStoppedWithItsOffice) {
 
 // The write reservation verifier Excel keeps in the FILESHARING record of
 // the workbook stream, or "none", read by the system's OLE reader.
-std::string WriteReservation(const std::string &xls) {
+std::string WriteReservation(const std::string& xls) {
   const std::string script = xls + ".py";
-  std::ofstream(script)
-      << "import olefile,struct,sys\n"
-         "d=olefile.OleFileIO(sys.argv[1]).openstream('Workbook').read()\n"
-         "i=0\n"
-         "r='none'\n"
-         "while i+4<=len(d):\n"
-         "  t,l=struct.unpack('<HH',d[i:i+4])\n"
-         "  if t==0x5B: r='%04x'%struct.unpack('<H',d[i+6:i+8])[0]\n"
-         "  i+=4+l\n"
-         "print(r)\n";
-  const std::string found =
-      RunShell("/usr/bin/python3 " + Quote(script) + " " + Quote(xls)).out;
+  std::ofstream(script) << "import olefile,struct,sys\n"
+                           "d=olefile.OleFileIO(sys.argv[1]).openstream('Workbook').read()\n"
+                           "i=0\n"
+                           "r='none'\n"
+                           "while i+4<=len(d):\n"
+                           "  t,l=struct.unpack('<HH',d[i:i+4])\n"
+                           "  if t==0x5B: r='%04x'%struct.unpack('<H',d[i+6:i+8])[0]\n"
+                           "  i+=4+l\n"
+                           "print(r)\n";
+  const std::string found = RunShell("/usr/bin/python3 " + Quote(script) + " " + Quote(xls)).out;
   fs::remove(script);
   return found;
 }
 
 // Excel's verifier of a write reservation password, computed here on its own.
-std::string Verifier(const std::string &password) {
+std::string Verifier(const std::string& password) {
   uint16_t v = 0;
   for (size_t i = password.size(); i-- > 0;)
-    v = static_cast<uint16_t>((((v >> 14) & 1) | ((v << 1) & 0x7FFF)) ^
-                              password[i]);
-  v = static_cast<uint16_t>((((v >> 14) & 1) | ((v << 1) & 0x7FFF)) ^ 0xCE4B ^
-                            password.size());
+    v = static_cast<uint16_t>((((v >> 14) & 1) | ((v << 1) & 0x7FFF)) ^ password[i]);
+  v = static_cast<uint16_t>((((v >> 14) & 1) | ((v << 1) & 0x7FFF)) ^ 0xCE4B ^ password.size());
   char text[8];
   snprintf(text, sizeof text, "%04x\n", v);
   return text;
 }
 
-int32_t Change(TabulonCtrl &control, std::string source, std::string target,
-               std::string old_pw, std::string old_tw, std::string new_pw,
-               std::string new_tw) {
+int32_t Change(TabulonCtrl& control, std::string source, std::string target, std::string old_pw, std::string old_tw,
+               std::string new_pw, std::string new_tw) {
   return control.ChangePassword(source, target, old_pw, old_tw, new_pw, new_tw);
 }
 
-TEST(ChangePassword,
-     TheCopyIsReallyEncryptedAndReservedAndAnEmptyPasswordUnprotectsIt) {
-  TabulonCtrl &control = *Get().warm;
+TEST(ChangePassword, TheCopyIsReallyEncryptedAndReservedAndAnEmptyPasswordUnprotectsIt) {
+  TabulonCtrl& control = *Get().warm;
   const fs::path folder = Folder("passwords");
   // The control's own password properties play no part.
   control.put_InputFile_PassWord("not-this");
-  const std::string locked =
-      (folder / "locked.xlsx").string(); // written as .xls all the same
-  ASSERT_EQ(Change(control, Get().plain, locked, "", "", "open sesame", "wr1"),
-            0)
-      << control.get_ErrorString();
+  const std::string locked = (folder / "locked.xlsx").string();  // written as .xls all the same
+  ASSERT_EQ(Change(control, Get().plain, locked, "", "", "open sesame", "wr1"), 0) << control.get_ErrorString();
   control.put_InputFile_PassWord("");
   EXPECT_EQ(Bytes(locked).substr(0, 4), "\xD0\xCF\x11\xE0");
 
@@ -606,57 +504,42 @@ TEST(ChangePassword,
   // password; the office refuses it without and opens it with.
   EXPECT_EQ(RunShell("msoffcrypto-tool --test " + Quote(locked)).status, 0);
   const std::string decrypted = (folder / "decrypted.xls").string();
-  EXPECT_NE(RunShell("msoffcrypto-tool -p wrong " + Quote(locked) + " " +
-                     Quote(decrypted))
-                .status,
-            0);
-  ASSERT_EQ(RunShell("msoffcrypto-tool -p 'open sesame' " + Quote(locked) +
-                     " " + Quote(decrypted))
-                .status,
-            0);
+  EXPECT_NE(RunShell("msoffcrypto-tool -p wrong " + Quote(locked) + " " + Quote(decrypted)).status, 0);
+  ASSERT_EQ(RunShell("msoffcrypto-tool -p 'open sesame' " + Quote(locked) + " " + Quote(decrypted)).status, 0);
   EXPECT_EQ(WriteReservation(decrypted), Verifier("wr1"));
   EXPECT_THROW(Get().reader->GetWorkbooks().Open(locked, {}), office::Error);
   Get().reader->GetWorkbooks().Close();
   office::OpenOptions with;
   with.password = "open sesame";
   with.read_only = true;
-  office::Workbook &book = Get().reader->GetWorkbooks().Open(locked, with);
-  EXPECT_EQ(book.GetWorksheets().Item(1)->GetRange("A1:B2")->Value(),
-            (Block{{"name", "qty"}, {"pens", 3.0}}));
+  office::Workbook& book = Get().reader->GetWorkbooks().Open(locked, with);
+  EXPECT_EQ(book.GetWorksheets().Item(1)->GetRange("A1:B2")->Value(), (Block{{"name", "qty"}, {"pens", 3.0}}));
   book.Close(false);
 
   // Back without protection, opened with the old pair.
   const std::string open = (folder / "open.xls").string();
-  ASSERT_EQ(Change(control, locked, open, "open sesame", "wr1", "", ""), 0)
-      << control.get_ErrorString();
+  ASSERT_EQ(Change(control, locked, open, "open sesame", "wr1", "", ""), 0) << control.get_ErrorString();
   EXPECT_EQ(RunShell("msoffcrypto-tool --test " + Quote(open)).status, 1);
   EXPECT_EQ(WriteReservation(open), "none\n");
-  EXPECT_EQ(testing::ReadBook(*Get().reader, open)[0].cells,
-            (Block{{"name", "qty"}, {"pens", 3.0}}));
+  EXPECT_EQ(testing::ReadBook(*Get().reader, open)[0].cells, (Block{{"name", "qty"}, {"pens", 3.0}}));
 }
 
 TEST(ChangePassword, AWrongOldPasswordFailsAndWritesNothing) {
-  TabulonCtrl &control = *Get().warm;
+  TabulonCtrl& control = *Get().warm;
   const fs::path folder = Folder("wrong-password");
   const std::string locked = (folder / "locked.xls").string();
-  ASSERT_EQ(Change(control, Get().plain, locked, "", "", "right", ""), 0)
-      << control.get_ErrorString();
-  for (const char *wrong : {"", "wrong"}) {
+  ASSERT_EQ(Change(control, Get().plain, locked, "", "", "right", ""), 0) << control.get_ErrorString();
+  for (const char* wrong : {"", "wrong"}) {
     Events events(control);
-    EXPECT_EQ(Change(control, locked, (folder / "copy.xls").string(), wrong, "",
-                     "", ""),
-              kAutomationError);
+    EXPECT_EQ(Change(control, locked, (folder / "copy.xls").string(), wrong, "", "", ""), kAutomationError);
     EXPECT_EQ(events.list.size(), 1u);
     EXPECT_FALSE(fs::exists(folder / "copy.xls"));
   }
-  EXPECT_EQ(Change(control, (folder / "none.xls").string(),
-                   (folder / "copy.xls").string(), "", "", "", ""),
+  EXPECT_EQ(Change(control, (folder / "none.xls").string(), (folder / "copy.xls").string(), "", "", "", ""),
             kFileMissing);
-  EXPECT_EQ(Change(control, Get().plain, (folder / "a" / "copy.xls").string(),
-                   "", "", "", ""),
-            0);
+  EXPECT_EQ(Change(control, Get().plain, (folder / "a" / "copy.xls").string(), "", "", "", ""), 0);
   EXPECT_TRUE(fs::exists(folder / "a" / "copy.xls"));
 }
 
-} // namespace
-} // namespace tabulon
+}  // namespace
+}  // namespace tabulon

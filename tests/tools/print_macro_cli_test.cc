@@ -20,7 +20,7 @@ using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
 
 TEST(PrintMacroCli, UsageErrorsExitTwo) {
-  const char *cases[] = {
+  const char* cases[] = {
       "PrintExcelContents",
       "PrintExcelContents a.xlsx",
       "PrintExcelContents a.xlsx '*' --copies 0",
@@ -30,7 +30,7 @@ TEST(PrintMacroCli, UsageErrorsExitTwo) {
       "ChangePassword a.xls",
       "ChangePassword a.xls b.xls --no-such-flag",
   };
-  for (const char *args : cases) {
+  for (const char* args : cases) {
     const Result r = Tabulon(args);
     EXPECT_EQ(r.exit_code, 2) << args;
     EXPECT_TRUE(r.out.empty()) << args;
@@ -47,18 +47,15 @@ TEST(PrintMacroCli, ArgumentFailuresNeedNoOffice) {
     std::string args, err;
   };
   const Case cases[] = {
-      {"PrintExcelContents " + none + " '*'",
-       "tabulon: PrintExcelContents: -202 Source File does not exist\n"},
+      {"PrintExcelContents " + none + " '*'", "tabulon: PrintExcelContents: -202 Source File does not exist\n"},
       {"ExecuteMacro '\"" + none + "\"' " + (dir / "t.xls") + " Mac a b --save",
        "tabulon: ExecuteMacro: -202 Source File does not exist\n"},
-      {"ChangePassword " + none + " " + (dir / "t.xls"),
-       "tabulon: ChangePassword: -202 Source File does not exist\n"},
-      {std::string("ChangePassword ") + TABULON_SAMPLE + " " + (dir / "f") +
-           "/sub/t.xls",
+      {"ChangePassword " + none + " " + (dir / "t.xls"), "tabulon: ChangePassword: -202 Source File does not exist\n"},
+      {std::string("ChangePassword ") + TABULON_SAMPLE + " " + (dir / "f") + "/sub/t.xls",
        "tabulon: ChangePassword: -208 Target path folder does not exist\n"},
   };
   std::ofstream(dir / "f") << "a file where a folder would be";
-  for (const Case &c : cases) {
+  for (const Case& c : cases) {
     const Result r = Tabulon(c.args);
     EXPECT_EQ(r.exit_code, 1) << c.args;
     EXPECT_EQ(r.err, c.err) << c.args;
@@ -74,29 +71,20 @@ TEST(PrintMacroCli, PasswordsComeFromTheEnvironmentAndStandardInput) {
   const std::string locked = dir / "locked.xls";
   std::ofstream(dir / "line") << "from stdin\n";
   const Result lock =
-      Tabulon("ChangePassword " + std::string(TABULON_SAMPLE) + " " + locked +
-              " --target-pw - < " + (dir / "line"));
+      Tabulon("ChangePassword " + std::string(TABULON_SAMPLE) + " " + locked + " --target-pw - < " + (dir / "line"));
   ASSERT_EQ(lock.exit_code, 0) << lock.err;
   EXPECT_TRUE(lock.out.empty());
-  EXPECT_EQ(
-      system(
-          ("msoffcrypto-tool --test '" + locked + "' >/dev/null 2>&1").c_str()),
-      0);
+  EXPECT_EQ(system(("msoffcrypto-tool --test '" + locked + "' >/dev/null 2>&1").c_str()), 0);
   const std::string plain = dir / "plain.xls";
-  const Result wrong =
-      Tabulon("ChangePassword " + locked + " " + plain + " --original-pw nope");
+  const Result wrong = Tabulon("ChangePassword " + locked + " " + plain + " --original-pw nope");
   EXPECT_EQ(wrong.exit_code, 1);
-  EXPECT_EQ(wrong.err.rfind("tabulon: ChangePassword: -2146827284 ", 0), 0u)
-      << wrong.err;
+  EXPECT_EQ(wrong.err.rfind("tabulon: ChangePassword: -2146827284 ", 0), 0u) << wrong.err;
   EXPECT_FALSE(fs::exists(plain));
   setenv("TABULON_ORIGINAL_PASSWORD", "from stdin", 1);
   const Result unlock = Tabulon("ChangePassword " + locked + " " + plain);
   unsetenv("TABULON_ORIGINAL_PASSWORD");
   ASSERT_EQ(unlock.exit_code, 0) << unlock.err;
-  EXPECT_NE(
-      system(
-          ("msoffcrypto-tool --test '" + plain + "' >/dev/null 2>&1").c_str()),
-      0);
+  EXPECT_NE(system(("msoffcrypto-tool --test '" + plain + "' >/dev/null 2>&1").c_str()), 0);
 }
 
-} // namespace
+}  // namespace

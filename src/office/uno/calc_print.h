@@ -13,8 +13,7 @@ class CalcWorkbook;
 
 // Prints `cells` of `sheet` of `book`, or the whole sheet when `cells` is
 // null, as PrintOut does (inside a call).
-void PrintSelection(CalcWorkbook &book, const SheetRef &sheet,
-                    const Reference<css::table::XCellRange> &cells,
-                    const PrintOutOptions &options);
+void PrintSelection(CalcWorkbook& book, const SheetRef& sheet, const Reference<css::table::XCellRange>& cells,
+                    const PrintOutOptions& options);
 
-} // namespace tabulon::office::uno
+}  // namespace tabulon::office::uno
