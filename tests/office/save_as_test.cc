@@ -224,10 +224,16 @@ TEST_F(SaveAsTest, PasswordsProtectOrAreRefused) {
     EXPECT_THROW(book.SaveAs(Path("p" + std::to_string(n)), options), Error) << n;
     EXPECT_FALSE(fs::exists(Path("p" + std::to_string(n))));
   }
+  // A write reservation goes into Excel's binary format only; any other
+  // format asked for one is refused, not written unreserved.
   SaveAsOptions write_reserved;
   write_reserved.file_format = 56;
   write_reserved.write_res_password = "w";
-  EXPECT_THROW(book.SaveAs(Path("w.xls"), write_reserved), Error);
+  book.SaveAs(Path("w.xls"), write_reserved);
+  EXPECT_TRUE(fs::exists(Path("w.xls")));
+  write_reserved.file_format = 51;
+  EXPECT_THROW(book.SaveAs(Path("w.xlsx"), write_reserved), Error);
+  EXPECT_FALSE(fs::exists(Path("w.xlsx")));
   // Empty passwords mean none.
   SaveAsOptions empty;
   empty.file_format = 51;
