@@ -410,6 +410,84 @@ class TABULON_EXPORT TabulonCtrl {
   int32_t ChangePassword(std::string& sSourceFile, std::string& sTargetFile, std::string& sOriginalFilePW,
                          std::string& sOriginalFilePWToWrite, std::string& sTargetFilePW,
                          std::string& sTargetFilePWToWrite);
+  // ---- Sheet structure: adding, moving, renaming, deleting, copying ----
+  // Each opens sPathOriginal (read-only unless sPathTarget is the same path,
+  // compared without regard to case; InputFile_PassWord(_TW) as its
+  // passwords), changes its worksheets and saves the result as sPathTarget
+  // in the normal workbook format; the folders above sPathTarget are made
+  // when missing. A failure writes nothing to sPathTarget. Sheets are found
+  // by name without regard to case, else, for a numeric text, by 1-based
+  // number (a sheet named "3" wins over the third sheet).
+  // Position markers, without regard to case: "firstfirst" in sSheetBefore
+  // is the first worksheet, "lastlast" in sSheetAfter the last one; the
+  // marker is replaced by that sheet's name in the argument. sSheetAfter
+  // wins when both positions are given.
+  // Codes common to all five: -202 "Source File does not exist" and -208
+  // "Target path folder does not exist" (no event, nothing started); -3
+  // (with the event); -4 an application could not be closed (replacing any
+  // other code); an office error in the middle (a name the office refuses,
+  // a wrong password, deleting the last sheet) goes the general error path
+  // (kAutomationError / kOfficeUnavailable, with the event). The method's own
+  // codes below raise the event.
+
+  // Moves sSheetToMove after sSheetAfter, else before sSheetBefore; with
+  // both empty the workbook is saved unchanged. Double quotes are removed
+  // from sSheetToMove and sSheetAfter (not from sSheetBefore).
+  // Codes: -215 "Sheet to move does not exist."; -210 "SheetBefore or
+  // SheetAfter does not exist.".
+  int32_t MoveSheet(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheetToMove,
+                    std::string& sSheetBefore, std::string& sSheetAfter);
+  // Gives sSheetToRename the name sNewSheetName (quotes removed from both);
+  // a name in use or not valid is an office error.
+  // Codes: -216 "Sheet to rename does not exist.".
+  int32_t RenameSheet(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheetToRename,
+                      std::string& sNewSheetName);
+  // Adds a worksheet after sSheetAfter, else before sSheetBefore, named
+  // sSheetToAdd (the office's default name when empty). When a position is
+  // given, quotes are removed from sSheetToAdd and a sheet of that name is
+  // deleted first with bOverwrite, refused with -212 without it. With both
+  // positions empty the sheet goes after the last one (sSheetAfter becomes
+  // its name) and no such test is made: a name in use is an office error.
+  // Codes: -212 "Target Sheet already exists.  Set overwrite to TRUE to copy
+  // over existing sheet."; -210 "SheetBefore or SheetAfter does not exist.".
+  int32_t AddSheet(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheetToAdd,
+                   std::string& sSheetBefore, std::string& sSheetAfter, bool& bOverwrite);
+  // Deletes worksheets. When sSheetExcept names a sheet, every other
+  // worksheet goes and the other two arguments are ignored; otherwise the run
+  // from sSheetStart to sSheetEnd, both included, in whichever order they are
+  // given, or sSheetStart alone when sSheetEnd names no sheet (or is empty).
+  // Quotes are removed from the three names (written back). A request that
+  // would leave no worksheet fails through the office's refusal: the general
+  // error path, nothing written.
+  // Codes: -213 "Invalid or missing sheets specified." (neither the except
+  // sheet nor the start sheet exists).
+  int32_t DeleteSheet(std::string& sPathOriginal, std::string& sPathTarget, std::string& sSheetStart,
+                      std::string& sSheetEnd, std::string& sSheetExcept);
+  // Copies the whole worksheet sSheetOriginal of sPathOriginal (values,
+  // formulas, formats, column widths, merged cells) into the workbook
+  // sPathTarget, after sSheetAfter, else before sSheetBefore, else after its
+  // last sheet, under the name sSheetTarget (the original's name when
+  // empty), and saves it there. A missing sPathTarget becomes a new workbook
+  // holding the copy alone (the positions are not used then). The original
+  // is opened read-only unless it is the target; an existing target is
+  // opened with OutputFile_PassWord(_TW). The sheet travels through a
+  // temporary workbook, "Brevant_<unique>.XLS" in the temporary folder,
+  // which is always removed. Quotes are removed from the four sheet
+  // arguments (written back).
+  // lActionIfAlreadyExists, when the target already has a sheet of that
+  // name: kCopySheetRefuse (0, and any value not listed) refuses with -212;
+  // kCopySheetReplace (1) puts the copy in that sheet's place (or at the
+  // position given) and deletes it; kCopySheetKeepBoth (2) keeps it and names
+  // the copy "<name> (2)", "<name> (3)", ...
+  // Codes: -204 "Source Sheet does not exist."; -210 "SheetBefore or
+  // SheetAfter does not exist" (no full stop); -212 "Target Sheet already
+  // exists.  Set options differently to overwrite.".
+  static constexpr int32_t kCopySheetRefuse = 0;
+  static constexpr int32_t kCopySheetReplace = 1;
+  static constexpr int32_t kCopySheetKeepBoth = 2;
+  int32_t CopySheet(std::string& sPathOriginal, std::string& sSheetOriginal, std::string& sPathTarget,
+                    std::string& sSheetTarget, std::string& sSheetBefore, std::string& sSheetAfter,
+                    int32_t& lActionIfAlreadyExists);
 
   // ---- Text methods (libravelin.so) ----
   // Each returns the text library's result unchanged (0 success, its negative

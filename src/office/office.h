@@ -188,6 +188,14 @@ class Worksheet {
   virtual void Delete() = 0;    // refuses (throws) on the last remaining sheet
   virtual void MoveBefore(Worksheet& before) = 0;
   virtual void MoveAfter(Worksheet& after) = 0;
+  // Copy(Before | After): the whole sheet (values, formulas, formats, column
+  // widths, merged cells) copied next to `before` or `after`, which may be a
+  // sheet of another workbook of the same application. With neither, the
+  // copy goes into a new workbook of its own, which becomes the active
+  // workbook. The copy keeps this sheet's name where the workbook it lands
+  // in allows it, else it is named "<name> (2)", "<name> (3)", ...; it
+  // becomes the active sheet and is returned.
+  virtual std::unique_ptr<Worksheet> Copy(Worksheet* before, Worksheet* after) = 0;
 
   virtual std::unique_ptr<Range> UsedRange() = 0;
   virtual std::unique_ptr<Range> Cells() = 0;  // every cell of the sheet

@@ -6,6 +6,8 @@
 #include <com/sun/star/container/XIndexAccess.hpp>
 #include <com/sun/star/container/XNamed.hpp>
 #include <com/sun/star/sheet/XCellRangeAddressable.hpp>
+#include <com/sun/star/sheet/XSpreadsheets2.hpp>
+#include <com/sun/star/view/XPrintable.hpp>
 
 #include "office/uno/calc_application.h"
 #include "office/uno/calc_print.h"
@@ -33,6 +35,11 @@ void CalcWorksheet::SetName(const std::string& name) {
   Call("Worksheet.Name", [&] {
     Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
     named->setName(ToOUString(name));
+    // The office ignores a name that is taken or not valid without a word;
+    // Excel refuses it with an error.
+    if (ToUtf8(named->getName()) != name)
+      throw Error(ErrorKind::kAutomation, "the sheet cannot be named \"" + name +
+                                              "\": the name is taken by another sheet or not valid");
   });
 }
 
@@ -82,6 +89,70 @@ void CalcWorksheet::MoveTo(Worksheet& other, int32_t offset, const char* what) {
 
 void CalcWorksheet::MoveBefore(Worksheet& before) { MoveTo(before, 0, "Worksheet.Move"); }
 void CalcWorksheet::MoveAfter(Worksheet& after) { MoveTo(after, 1, "Worksheet.Move"); }
+
+namespace {
+
+// The name Excel gives a copy that cannot keep its sheet's name: "<name> (2)",
+// "<name> (3)", ...
+OUString FreeCopyName(const Reference<css::sheet::XSpreadsheets>& sheets, const OUString& name) {
+  auto taken = [&](const OUString& candidate) {
+    for (const auto& n : sheets->getElementNames())
+      if (n.equalsIgnoreAsciiCase(candidate)) return true;
+    return false;
+  };
+  if (!taken(name)) return name;
+  for (int32_t n = 2;; ++n) {
+    const OUString candidate = name + " (" + OUString::number(n) + ")";
+    if (!taken(candidate)) return candidate;
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<Worksheet> CalcWorksheet::Copy(Worksheet* before, Worksheet* after) {
+  if (before != nullptr && after != nullptr)
+    throw Error(ErrorKind::kAutomation, "Worksheet.Copy: Before and After cannot both be given");
+  Worksheet* given = before != nullptr ? before : after;
+  auto* anchor = dynamic_cast<CalcWorksheet*>(given);
+  if (given != nullptr && anchor == nullptr) NotSupported("copying a sheet next to a sheet of another kind");
+  if (anchor != nullptr && anchor->book_->app() != book_->app())
+    NotSupported("copying a sheet to a workbook of another application");
+  // Without a place, the copy goes into a new workbook, made first: it
+  // brings its one default sheet, which the copy replaces.
+  CalcWorkbook* destination =
+      anchor != nullptr ? anchor->book_ : static_cast<CalcWorkbook*>(&book_->app()->GetWorkbooks().Add());
+  return destination->Call("Worksheet.Copy", [&]() -> std::unique_ptr<Worksheet> {
+    const SheetRef& source = sheet();
+    const OUString name = Reference<css::container::XNamed>(source, UNO_QUERY_THROW)->getName();
+    const Reference<css::sheet::XSpreadsheets>& sheets = destination->sheets();
+    Reference<css::container::XIndexAccess> index(sheets, UNO_QUERY_THROW);
+    const int32_t position =
+        anchor == nullptr ? 0 : destination->SheetIndex(anchor->sheet()) + (after != nullptr ? 1 : 0);
+    const OUString copy_name = FreeCopyName(sheets, name);
+    int32_t at = position;
+    if (destination == book_) {
+      sheets->copyByName(name, copy_name, static_cast<sal_Int16>(position));
+    } else {
+      // The whole sheet, with its formats, widths and merged cells.
+      Reference<css::sheet::XSpreadsheets2> importer(sheets, UNO_QUERY_THROW);
+      Reference<css::sheet::XSpreadsheetDocument> document(book_->component(), UNO_QUERY_THROW);
+      at = importer->importSheet(document, name, position);
+      Reference<css::container::XNamed> imported(index->getByIndex(at), UNO_QUERY_THROW);
+      if (imported->getName() != copy_name) imported->setName(copy_name);
+    }
+    SheetRef copy(index->getByIndex(at), UNO_QUERY_THROW);
+    if (anchor == nullptr) {
+      Reference<css::container::XNamed> placeholder(index->getByIndex(at == 0 ? 1 : 0), UNO_QUERY_THROW);
+      sheets->removeByName(placeholder->getName());
+      Reference<css::container::XNamed> copied(copy, UNO_QUERY_THROW);
+      if (copied->getName() != name) copied->setName(name);
+    }
+    destination->set_plain(false);
+    destination->SetActiveSheet(copy);
+    destination->app()->SetActive(destination);
+    return std::make_unique<CalcWorksheet>(destination, copy);
+  });
+}
 
 std::unique_ptr<Range> CalcWorksheet::UsedRange() {
   return Call("Worksheet.UsedRange", [&] {

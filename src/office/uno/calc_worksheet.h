@@ -26,6 +26,7 @@ class CalcWorksheet : public Worksheet {
   void Delete() override;
   void MoveBefore(Worksheet& before) override;
   void MoveAfter(Worksheet& after) override;
+  std::unique_ptr<Worksheet> Copy(Worksheet* before, Worksheet* after) override;
   std::unique_ptr<Range> UsedRange() override;
   std::unique_ptr<Range> Cells() override;
   std::unique_ptr<Range> Cells(int32_t row, int32_t column) override;
