@@ -138,6 +138,7 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
     // What the document alone cannot take (a file of another kind, a
     // wrong password) goes the office's usual way, which says why.
     Reference<css::frame::XComponentLoader> loader(session.desktop(), UNO_QUERY_THROW);
+    if (options.read_only) args.push_back(Prop("ReadOnly", Any(*options.read_only)));
     component = loader->loadComponentFromURL(ToOUString(url), "_blank", 0,
                                              Sequence<css::beans::PropertyValue>(args.data(), args.size()));
   }
