@@ -9,7 +9,10 @@ packages=(
   # tests, sanitizers, fuzzing (libFuzzer ships with clang's runtime)
   googletest libgtest-dev libgmock-dev clang libclang-rt-14-dev
   # benchmarks and their reference tools
-  libbenchmark-dev miller gnumeric hyperfine python3-openpyxl
+  libbenchmark-dev miller gnumeric hyperfine
+  # an independent reader and writer of .xlsx for the sheet tests, and the
+  # reference of the sheet-editing benchmark
+  python3-openpyxl
   # libraries the code uses
   libcli11-dev
   # the sheet selection dialog (Qt 6 Widgets; its tests use QTest offscreen)
