@@ -120,6 +120,9 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
       throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
                                               " cannot be written with a write reservation password here");
     if (filename.empty()) throw Error(ErrorKind::kAutomation, "no file name");
+    std::error_code same_ec;
+    if (read_only_ && !path_.empty() && fs::equivalent(filename, path_, same_ec))
+      throw Error(ErrorKind::kAutomation, "cannot save over " + path_ + ": it was opened read-only");
     // The dBase writer is the office's database driver, a separate package.
     if (std::strcmp(format->filter, "dBase") == 0 &&
         access((app_->session().program_dir() + "/libdbaselo.so").c_str(), R_OK) != 0)

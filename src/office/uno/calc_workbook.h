@@ -138,6 +138,9 @@ class CalcWorkbook : public Workbook {
   void StoreSheetText(const SheetRef& sheet, const std::string& temp, const FileFormat& format);
 
   void CloseDocument();  // closes the office document, no questions
+  // Opened with ReadOnly: changes stay in memory, and a save over its own
+  // file is refused, as Excel refuses it.
+  void set_read_only(bool value) { read_only_ = value; }
 
  private:
   void StoreText(const std::string& temp, const FileFormat& format);
@@ -157,6 +160,7 @@ class CalcWorkbook : public Workbook {
   std::string path_;
   int32_t format_;
   bool closed_ = false;
+  bool read_only_ = false;
   bool display_formulas_ = false;
   bool plain_ = false;
   UnbornState unborn_;

@@ -16,8 +16,10 @@ Workbook& CalcWorkbooks::Open(const std::string& given_name, const OpenOptions& 
   const std::string filename = AbsolutePath(given_name);
   return app_->Call("Workbooks.Open", [&]() -> Workbook& {
     WorkbookLoader::Loaded loaded = app_->loader().Load(app_->session(), filename, options);
-    return app_->Adopt(std::move(loaded.component), fs::path(filename).filename().string(), filename,
-                       loaded.format);
+    CalcWorkbook& book = app_->Adopt(std::move(loaded.component), fs::path(filename).filename().string(),
+                                     filename, loaded.format);
+    book.set_read_only(options.read_only.value_or(false));
+    return book;
   });
 }
 
