@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "office/office.h"
+#include "support/big_workbook.h"
 #include "office/uno/uno_factory.h"
 #include "tabulon/tabulon_ctrl.h"
 
@@ -63,31 +64,7 @@ void MakeWorkbooks(const fs::path& dir) {
     book.SaveAs((dir / "tiny.xlsx").string(), o);
     book.Close(false);
   }
-  {
-    auto& book = app->GetWorkbooks().Add();
-    tabulon::office::Block block(20000, std::vector<tabulon::office::Cell>(10));
-    std::unique_ptr<tabulon::office::Worksheet> previous;
-    for (int s = 0; s < 5; ++s) {
-      auto sheet = s == 0 ? book.GetWorksheets().Item(1)
-                          : book.GetWorksheets().Add(nullptr, previous.get(), tabulon::office::kXlWorksheet);
-      sheet->SetName("Sheet" + std::to_string(s + 1));
-      for (int r = 0; r < 20000; ++r) {
-        for (int c = 0; c < 10; ++c) {
-          if (c % 3 == 0) {
-            block[r][c] = "text " + std::to_string(r) + "," + std::to_string(c);
-          } else {
-            block[r][c] = r * 10.0 + c + s / 10.0;
-          }
-        }
-      }
-      sheet->GetRange("A1:J20000")->SetValue(block);
-      previous = std::move(sheet);
-    }
-    tabulon::office::SaveAsOptions o;
-    o.file_format = 51;
-    book.SaveAs((dir / "big.xlsx").string(), o);
-    book.Close(false);
-  }
+  tabulon::bench::SaveBigWorkbook(*app, (dir / "big.xlsx").string());
   app->Quit();
 }
 

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "office/office.h"
+#include "support/big_workbook.h"
 #include "office/uno/uno_factory.h"
 #include "tabulon/tabulon_ctrl.h"
 
@@ -52,26 +53,7 @@ double MedianOf(int runs, const std::function<bool()>& job) {
 
 void MakeBig(const std::string& path) {
   auto app = tabulon::office::uno::MakeUnoFactory()->CreateExcel();
-  auto& book = app->GetWorkbooks().Add();
-  tabulon::office::Block block(20000, std::vector<tabulon::office::Cell>(10));
-  std::unique_ptr<tabulon::office::Worksheet> previous;
-  for (int s = 0; s < 5; ++s) {
-    auto sheet = s == 0 ? book.GetWorksheets().Item(1)
-                        : book.GetWorksheets().Add(nullptr, previous.get(), tabulon::office::kXlWorksheet);
-    sheet->SetName("Sheet" + std::to_string(s + 1));
-    for (int r = 0; r < 20000; ++r) {
-      for (int c = 0; c < 10; ++c) {
-        block[r][c] = c % 3 == 0 ? tabulon::office::Cell("text " + std::to_string(r) + "," + std::to_string(c))
-                                 : tabulon::office::Cell(r * 10.0 + c + s / 10.0);
-      }
-    }
-    sheet->GetRange("A1:J20000")->SetValue(block);
-    previous = std::move(sheet);
-  }
-  tabulon::office::SaveAsOptions o;
-  o.file_format = 51;
-  book.SaveAs(path, o);
-  book.Close(false);
+  tabulon::bench::SaveBigWorkbook(*app, path);
   app->Quit();
 }
 
