@@ -44,7 +44,7 @@ int32_t TabulonCtrl::AddSheet(std::string& sPathOriginal, std::string& sPathTarg
       }
       book.GetWorksheets().Add(before.get(), nullptr, std::nullopt);
     }
-    if (!sSheetToAdd.empty()) step.app().ActiveSheet()->SetName(sSheetToAdd);
+    if (!sSheetToAdd.empty()) NameSheet(*step.app().ActiveSheet(), sSheetToAdd);
   });
 }
 

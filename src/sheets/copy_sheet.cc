@@ -96,7 +96,7 @@ int32_t TabulonCtrl::CopySheet(std::string& sPathOriginal, std::string& sSheetOr
 
     if (target_is_new) {
       // The target is that workbook: the copy alone.
-      carried->SetName(name);
+      NameSheet(*carried, name);
       carrier.Activate();
       return;
     }
@@ -144,7 +144,7 @@ int32_t TabulonCtrl::CopySheet(std::string& sPathOriginal, std::string& sSheetOr
 
     const auto copy = carried->Copy(before.get(), after.get());
     if (replaced) replaced->Delete();
-    copy->SetName(copy_name);
+    NameSheet(*copy, copy_name);
     target->Activate();
   });
 }

@@ -5,6 +5,7 @@
 #include "control/control_state.h"
 #include "control/workbook_method.h"
 #include "convert/sheet_lookup.h"
+#include "sheets/sheet_position.h"
 #include "util/file_helpers.h"
 
 namespace tabulon {
@@ -25,7 +26,7 @@ int32_t TabulonCtrl::RenameSheet(std::string& sPathOriginal, std::string& sPathT
     }
     // No test of its own for a name in use: the office's refusal is an
     // office error.
-    sheet->SetName(sNewSheetName);
+    NameSheet(*sheet, sNewSheetName);
   });
 }
 

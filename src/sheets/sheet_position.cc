@@ -33,4 +33,12 @@ std::unique_ptr<office::Worksheet> SheetAfter(office::Workbook& book, std::strin
   return GetSheetByNameOrIndex(book, after);
 }
 
+void NameSheet(office::Worksheet& sheet, const std::string& name) {
+  sheet.SetName(name);
+  if (sheet.Name() != name) {
+    throw office::Error(office::ErrorKind::kAutomation,
+                        "the sheet cannot be named \"" + name + "\": the name is taken by another sheet or not valid");
+  }
+}
+
 }  // namespace tabulon

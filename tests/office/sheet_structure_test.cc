@@ -1,6 +1,6 @@
 // Sheets changed in the workbook's structure on a real office: a workbook
-// opened read-only, names the office refuses, and Worksheet.Copy within a
-// workbook, into another one and into a new one.
+// opened read-only, and Worksheet.Copy within a workbook, into another one
+// and into a new one.
 #include <string>
 #include <vector>
 
@@ -51,19 +51,6 @@ TEST_F(SheetStructureTest, AReadOnlyWorkbookChangesInMemoryButIsNotSavedOverItsF
   EXPECT_EQ(other.GetWorksheets().Count(), 3);
   EXPECT_EQ(other.GetWorksheets().Item("Renamed")->Index(), 2);  // the new sheet went before the active one
   other.Close(false);
-}
-
-TEST_F(SheetStructureTest, ANameTakenOrNotValidIsRefused) {
-  auto& app = SharedExcel();
-  Workbook& book = TwoSheets(app, Path("names.xlsx").string());
-  auto y = book.GetWorksheets().Item("Y");
-  for (const char* name : {"x", "a/b", "", "[no]"}) {
-    EXPECT_THROW(y->SetName(name), Error) << name;
-    EXPECT_EQ(y->Name(), "Y") << name;
-  }
-  y->SetName("y");  // its own name in other letters
-  EXPECT_EQ(y->Name(), "y");
-  book.Close(false);
 }
 
 TEST_F(SheetStructureTest, CopyGoesNextToASheetOfAnyWorkbookOrIntoANewOne) {

@@ -35,11 +35,6 @@ void CalcWorksheet::SetName(const std::string& name) {
   Call("Worksheet.Name", [&] {
     Reference<css::container::XNamed> named(sheet_, UNO_QUERY_THROW);
     named->setName(ToOUString(name));
-    // The office ignores a name that is taken or not valid without a word;
-    // Excel refuses it with an error.
-    if (ToUtf8(named->getName()) != name)
-      throw Error(ErrorKind::kAutomation, "the sheet cannot be named \"" + name +
-                                              "\": the name is taken by another sheet or not valid");
   });
 }
 
