@@ -43,7 +43,7 @@ enum ResultCode : int32_t {
   // The general error path: an office call failed in the middle of a
   // method's own work (a name the office refuses, a wrong password, a macro
   // that does not exist, a save that could not be written). The method
-  // returns the automation error's own number, as the original platform's
+  // returns the automation error's own number, as an automation client's
   // error handler does, and its description is the message (OnError is
   // raised). The conversion keeps the code then current instead, as its
   // contract says.

@@ -149,7 +149,7 @@ TEST_F(Convert, AMissingSheetIsReportedOnceAfterTheOthersAreWritten) {
   EXPECT_FALSE(fs::exists(dir / "book.csv"));
 }
 
-TEST_F(Convert, NamesAreMatchedAsGivenAndTheSpecificationIsNormalised) {
+TEST_F(Convert, NamesAreMatchedAsGivenAndTheListIsNormalised) {
   const auto dir = OutputFolder("names");
   const Outcome out = Run(GetFixtures().three_sheets, "\"Totals\" ,  North", (dir / "b.csv").string(), 6);
   EXPECT_EQ(out.code, 0);

@@ -33,7 +33,7 @@ Listing List(const std::string& book, const std::string& sheet_list, size_t capa
 
 using Names = std::vector<std::string>;
 
-TEST(GetSheetNames, ListsWhatTheSpecificationSelects) {
+TEST(GetSheetNames, ListsWhatTheSheetListSelects) {
   struct Case {
     const char* sheet_list;
     int32_t result;

@@ -1,8 +1,8 @@
 // The encoding of text sources given to the office. The office reads text
 // as UTF-8; the files users bring are often in their system's 8-bit code
 // page instead, which UTF-8 would turn into replacement characters. A
-// source that is not valid UTF-8 is read as Windows-1252, as the office on
-// an en-US system of the original platform reads it; --encoding names
+// source that is not valid UTF-8 is read as Windows-1252, as a spreadsheet
+// program on an en-US Windows system reads it; --encoding names
 // another. The file is transcoded into a private copy; the user's file is
 // never touched.
 #pragma once
