@@ -4,7 +4,7 @@
 # Usage: exported_symbols_test.sh LIBDIR
 set -euo pipefail
 lib="$1/libtabulon.so"
-public='tabulon::(TabulonCtrl|PropertyBag|MemoryPropertyBag|IniPropertyBag|AutomationError|ResultMessages)\b'
+public='tabulon::(TabulonCtrl|PropertyBag|MemoryPropertyBag|IniPropertyBag|AutomationError|ResultMessages|KillEveryOffice)\b'
 
 symbols="$(nm -DC --defined-only "$lib" | cut -d' ' -f3-)"
 count="$(wc -l <<<"$symbols")"

@@ -136,7 +136,7 @@ class Session {
   pid_t pid() const { return process_->pid(); }
   const std::string& program_dir() const { return process_->program_dir(); }
   // The office's own folder; it goes with the office.
-  const std::string& profile_dir() const { return process_->profile_dir(); }
+  std::string profile_dir() const { return process_->profile_dir(); }
   void SetCallTimeLimit(std::chrono::milliseconds limit) { call_limit_ = limit; }
 
   const Reference<css::uno::XComponentContext>& context() const { return context_; }
