@@ -7,38 +7,25 @@
 #include <fstream>
 #include <string>
 
-#include "cli_run.h"
+#include "cli_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tabulon::testing::Folder;
+using tabulon::testing::CliTest;
+using tabulon::testing::ExpectUsageErrors;
 using tabulon::testing::Read;
 using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
 
-class CopyDataCli : public ::testing::Test {
+class CopyDataCli : public CliTest {
  protected:
-  std::string Path(const std::string& name) const { return dir_ / name; }
-
-  // A sheet of a workbook as CSV text, through the conversion.
-  std::string Csv(const std::string& book, const std::string& sheet) const {
-    const Result r = Tabulon("convert -s '\"" + sheet + "\"' " + book + " " + Path("sheet.csv"));
-    EXPECT_EQ(r.exit_code, 0) << r.err;
-    return Read(Path("sheet.csv"));
-  }
-
-  Folder dir_{"tabulon-copy-cli-"};
+  CopyDataCli() : CliTest("tabulon-copy-cli-") {}
 };
 
 TEST_F(CopyDataCli, UsageErrorsExitTwo) {
-  const char* cases[] = {"CopySheetData", "CopySheetData a b c d e", "CopySheetDataEx a b c d e",
-                         "CopySheetData a b c d e f --no-such-flag"};
-  for (const char* args : cases) {
-    const Result r = Tabulon(args);
-    EXPECT_EQ(r.exit_code, 2) << args;
-    EXPECT_TRUE(r.out.empty()) << args;
-  }
+  ExpectUsageErrors({"CopySheetData", "CopySheetData a b c d e", "CopySheetDataEx a b c d e",
+                     "CopySheetData a b c d e f --no-such-flag"});
   const Result help = Tabulon("help CopySheetDataEx");
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_NE(help.out.find("--add-sheets"), std::string::npos);
@@ -79,8 +66,7 @@ TEST_F(CopyDataCli, CopiesPrintNothingAndABatchStacksThemOnOneWarmOffice) {
             "tabulon: CopySheetData: -205 Target Sheet does not exist, be sure the 'Add sheets if necessary option' "
             "is set to True: " +
                 Path("out/t.xls") + "\ntabulon: batch: 1 of 3 commands failed\n");
-  EXPECT_EQ(Csv(Path("out/t.xls"), "North"),
-            "Month,Units\r\nJanuary,120\r\nFebruary,110\r\nMarch,143\r\nMarch,95\r\n");
+  EXPECT_EQ(Csv(Path("out/t.xls"), "North"), "Month,Units\r\nJanuary,120\r\nFebruary,110\r\nMarch,143\r\nMarch,95\r\n");
 }
 
 }  // namespace

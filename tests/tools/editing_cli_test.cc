@@ -7,37 +7,26 @@
 #include <fstream>
 #include <string>
 
-#include "cli_run.h"
+#include "cli_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tabulon::testing::Folder;
+using tabulon::testing::CliTest;
+using tabulon::testing::ExpectUsageErrors;
 using tabulon::testing::Read;
 using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
 
-class EditingCli : public ::testing::Test {
+class EditingCli : public CliTest {
  protected:
-  std::string Path(const std::string& name) const { return dir_ / name; }
-  std::string Csv(const std::string& book, const std::string& sheet) const {
-    const Result r = Tabulon("convert -s '\"" + sheet + "\"' " + book + " " + Path("sheet.csv"));
-    EXPECT_EQ(r.exit_code, 0) << r.err;
-    return Read(Path("sheet.csv"));
-  }
-  Folder dir_{"tabulon-editing-cli-"};
+  EditingCli() : CliTest("tabulon-editing-cli-") {}
 };
 
 TEST_F(EditingCli, UsageErrorsExitTwo) {
-  const char* cases[] = {"DeleteRowsOrColumns a b c",   "SearchAndReplaceCellContent a b c d e",
-                         "ChangeCellContent a b c d",   "ChangeNumberFormat a b c d",
-                         "ClearCells a b x North A1",   "TransposeSheetData a b",
-                         "TransposeSheetData a b c d", "DeleteRowsOrColumns a b c 1 --no-such-flag"};
-  for (const char* args : cases) {
-    const Result r = Tabulon(args);
-    EXPECT_EQ(r.exit_code, 2) << args;
-    EXPECT_TRUE(r.out.empty()) << args;
-  }
+  ExpectUsageErrors({"DeleteRowsOrColumns a b c", "SearchAndReplaceCellContent a b c d e", "ChangeCellContent a b c d",
+                     "ChangeNumberFormat a b c d", "ClearCells a b x North A1", "TransposeSheetData a b",
+                     "TransposeSheetData a b c d", "DeleteRowsOrColumns a b c 1 --no-such-flag"});
   const Result help = Tabulon("help SearchAndReplaceCellContent");
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_NE(help.out.find("--part"), std::string::npos);
@@ -67,8 +56,7 @@ TEST_F(EditingCli, EditsPrintNothingAndRunInABatch) {
   EXPECT_TRUE(del.out.empty());
   EXPECT_EQ(Csv(out, "North"), "Month,Units,Revenue\r\nJanuary,120,1440.5\r\nMarch,143,1716.25\r\n");
 
-  std::ofstream(Path("lines")) << "SearchAndReplaceCellContent " << out << " " << out
-                               << " North 'jan*' Jan ' ' \n"
+  std::ofstream(Path("lines")) << "SearchAndReplaceCellContent " << out << " " << out << " North 'jan*' Jan ' ' \n"
                                << "ChangeCellContent " << out << " " << out << " North C2:C3 '=LEN(A2)'\n"
                                << "DeleteRowsOrColumns " << out << " " << out << " North 2 --columns\n"
                                << "TransposeSheetData " << out << " " << out << " Missing\n";

@@ -9,10 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "cli_run.h"
+#include "cli_fixture.h"
 
 namespace {
 
+using tabulon::testing::ExpectUsageErrors;
 using tabulon::testing::Folder;
 using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
@@ -79,11 +80,7 @@ TEST(PickCli, NoDisplayFailsCleanlyAndSaysWhy) {
 }
 
 TEST(PickCli, UsageErrorsExitTwo) {
-  for (const char* args : {"pick", "pick a.xlsx b.xlsx", "pick --no-such-flag a.xlsx"}) {
-    const Result r = Tabulon(args);
-    EXPECT_EQ(r.exit_code, 2) << args;
-    EXPECT_EQ(r.out, "") << args;
-  }
+  ExpectUsageErrors({"pick", "pick a.xlsx b.xlsx", "pick --no-such-flag a.xlsx"});
 }
 
 }  // namespace

@@ -9,18 +9,19 @@
 #include <fstream>
 #include <string>
 
-#include "cli_run.h"
+#include "cli_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using tabulon::testing::ExpectUsageErrors;
 using tabulon::testing::Folder;
 using tabulon::testing::Read;
 using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
 
 TEST(PrintMacroCli, UsageErrorsExitTwo) {
-  const char* cases[] = {
+  ExpectUsageErrors({
       "PrintExcelContents",
       "PrintExcelContents a.xlsx",
       "PrintExcelContents a.xlsx '*' --copies 0",
@@ -29,12 +30,7 @@ TEST(PrintMacroCli, UsageErrorsExitTwo) {
       "ExecuteMacro a.xlsm b.xls M 1 2 3 4 5 6 7 8 9",
       "ChangePassword a.xls",
       "ChangePassword a.xls b.xls --no-such-flag",
-  };
-  for (const char* args : cases) {
-    const Result r = Tabulon(args);
-    EXPECT_EQ(r.exit_code, 2) << args;
-    EXPECT_TRUE(r.out.empty()) << args;
-  }
+  });
   const Result help = Tabulon("help ChangePassword");
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_NE(help.out.find("TABULON_TARGET_PASSWORD"), std::string::npos);

@@ -8,29 +8,24 @@
 #include <fstream>
 #include <string>
 
-#include "cli_run.h"
+#include "cli_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tabulon::testing::Folder;
+using tabulon::testing::CliTest;
+using tabulon::testing::ExpectUsageErrors;
 using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
 
-class SheetOpsCli : public ::testing::Test {
+class SheetOpsCli : public CliTest {
  protected:
-  std::string Path(const std::string& name) const { return dir_ / name; }
-  Folder dir_{"tabulon-sheet-ops-cli-"};
+  SheetOpsCli() : CliTest("tabulon-sheet-ops-cli-") {}
 };
 
 TEST_F(SheetOpsCli, UsageErrorsExitTwo) {
-  const char* cases[] = {"AddSheet a b c d", "MoveSheet a b c d", "RenameSheet a b c", "DeleteSheet a b c d",
-                         "CopySheet a b c d e", "CopySheet a b c d e f --if-exists 3", "AddSheet a b c d e --bad"};
-  for (const char* args : cases) {
-    const Result r = Tabulon(args);
-    EXPECT_EQ(r.exit_code, 2) << args;
-    EXPECT_TRUE(r.out.empty()) << args;
-  }
+  ExpectUsageErrors({"AddSheet a b c d", "MoveSheet a b c d", "RenameSheet a b c", "DeleteSheet a b c d",
+                     "CopySheet a b c d e", "CopySheet a b c d e f --if-exists 3", "AddSheet a b c d e --bad"});
   const Result help = Tabulon("help CopySheet");
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_NE(help.out.find("--if-exists"), std::string::npos);

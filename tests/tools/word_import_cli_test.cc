@@ -8,12 +8,13 @@
 #include <string>
 #include <tuple>
 
-#include "cli_run.h"
+#include "cli_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tabulon::testing::Folder;
+using tabulon::testing::CliTest;
+using tabulon::testing::ExpectUsageErrors;
 using tabulon::testing::Read;
 using tabulon::testing::Result;
 using tabulon::testing::Tabulon;
@@ -38,27 +39,15 @@ std::string Document() {
   return xml + "</office:text></office:body></office:document>";
 }
 
-class WordImportCli : public ::testing::Test {
+class WordImportCli : public CliTest {
  protected:
+  WordImportCli() : CliTest("tabulon-word-cli-") {}
   void SetUp() override { std::ofstream(Path("tables.fodt")) << Document(); }
-  std::string Path(const std::string& name) const { return dir_ / name; }
-  std::string Csv(const std::string& book) const {
-    const Result r = Tabulon("convert " + book + " " + Path("sheet.csv"));
-    EXPECT_EQ(r.exit_code, 0) << r.err;
-    return Read(Path("sheet.csv"));
-  }
-  Folder dir_{"tabulon-word-cli-"};
 };
 
 TEST_F(WordImportCli, UsageErrorsExitTwo) {
-  const char* cases[] = {"WordTableToExcel", "WordTableToExcel a b c", "WordTableToExcel a b c zero Data",
-                         "WordTableToExcel a b c 0 Data --no-such-flag",
-                         "WordTableToExcel a b c 0 Data --rows-between x"};
-  for (const char* args : cases) {
-    const Result r = Tabulon(args);
-    EXPECT_EQ(r.exit_code, 2) << args;
-    EXPECT_TRUE(r.out.empty()) << args;
-  }
+  ExpectUsageErrors({"WordTableToExcel", "WordTableToExcel a b c", "WordTableToExcel a b c zero Data",
+                     "WordTableToExcel a b c 0 Data --no-such-flag", "WordTableToExcel a b c 0 Data --rows-between x"});
   const Result help = Tabulon("help WordTableToExcel");
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_NE(help.out.find("--multifile"), std::string::npos);
