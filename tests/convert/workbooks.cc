@@ -9,6 +9,7 @@
 #include "office/uno/uno_factory.h"
 #include "support/books.h"
 #include "support/processes.h"
+#include "support/shared_offices.h"
 
 namespace tabulon::testing {
 
@@ -98,12 +99,9 @@ class Environment : public ::testing::Environment {
  public:
   void TearDown() override {
     if (g_shared == nullptr) return;
-    g_shared->control->put_OptimizeForSpeed(false);
-    g_shared->control.reset();
-    std::filesystem::remove_all(g_shared->fixtures.dir);
+    EndSharedOffices(g_shared->control, nullptr, g_shared->fixtures.dir, "conversion");
     delete g_shared;
     g_shared = nullptr;
-    EXPECT_TRUE(ChildOfficePids().empty()) << "the conversion tests left an office running";
   }
 };
 

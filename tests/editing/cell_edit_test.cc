@@ -17,6 +17,7 @@
 #include "support/books.h"
 #include "support/no_office.h"
 #include "support/processes.h"
+#include "support/shared_offices.h"
 #include "tabulon/tabulon_ctrl.h"
 
 namespace tabulon::testing {
@@ -41,13 +42,9 @@ class Environment : public ::testing::Environment {
  public:
   void TearDown() override {
     if (g_shared == nullptr) return;
-    g_shared->warm->put_OptimizeForSpeed(false);
-    g_shared->warm.reset();
-    g_shared->reader->Quit();
-    fs::remove_all(g_shared->dir);
+    EndSharedOffices(g_shared->warm, g_shared->reader.get(), g_shared->dir, "edit");
     delete g_shared;
     g_shared = nullptr;
-    EXPECT_TRUE(ChildOfficePids().empty()) << "the edit tests left an office running";
   }
 };
 

@@ -16,6 +16,7 @@
 #include "support/books.h"
 #include "support/office_wrappers.h"
 #include "support/processes.h"
+#include "support/shared_offices.h"
 #include "tabulon/automation_error.h"
 #include "tabulon/tabulon_ctrl.h"
 
@@ -82,13 +83,9 @@ class Environment : public ::testing::Environment {
  public:
   void TearDown() override {
     if (g_shared == nullptr) return;
-    g_shared->warm->put_OptimizeForSpeed(false);
-    g_shared->warm.reset();
-    g_shared->reader->Quit();
-    fs::remove_all(g_shared->dir);
+    EndSharedOffices(g_shared->warm, g_shared->reader.get(), g_shared->dir, "Word import");
     delete g_shared;
     g_shared = nullptr;
-    EXPECT_TRUE(ChildOfficePids().empty()) << "the Word import tests left an office running";
   }
 };
 

@@ -8,6 +8,7 @@
 
 #include "office/uno/uno_factory.h"
 #include "support/processes.h"
+#include "support/shared_offices.h"
 
 namespace tabulon::testing {
 
@@ -67,13 +68,9 @@ class Environment : public ::testing::Environment {
  public:
   void TearDown() override {
     if (g_shared == nullptr) return;
-    g_shared->warm->put_OptimizeForSpeed(false);
-    g_shared->warm.reset();
-    g_shared->reader->Quit();
-    fs::remove_all(g_shared->fixtures.dir);
+    EndSharedOffices(g_shared->warm, g_shared->reader.get(), g_shared->fixtures.dir, "copy");
     delete g_shared;
     g_shared = nullptr;
-    EXPECT_TRUE(ChildOfficePids().empty()) << "the copy tests left an office running";
   }
 };
 
