@@ -16,6 +16,7 @@
 
 #include "office/uno/calc_internal.h"
 #include "office/uno/file_formats.h"
+#include "office/uno/write_reservation.h"
 
 namespace tabulon::office::uno {
 
@@ -144,11 +145,31 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
   }
   if (!component.is())
     throw Error(ErrorKind::kAutomation, "cannot open " + filename + " (a wrong password or a damaged file)");
-  Reference<css::sheet::XSpreadsheetDocument> spreadsheet(component, UNO_QUERY);
-  if (!spreadsheet.is()) {
+  auto refuse = [&](const std::string& why) {
     Reference<css::util::XCloseable> closeable(component, UNO_QUERY);
     if (closeable.is()) closeable->close(true);
-    throw Error(ErrorKind::kAutomation, filename + " is not a spreadsheet");
+    throw Error(ErrorKind::kAutomation, why);
+  };
+  Reference<css::sheet::XSpreadsheetDocument> spreadsheet(component, UNO_QUERY);
+  if (!spreadsheet.is()) refuse(filename + " is not a spreadsheet");
+
+  // A workbook reserved for writing: its password makes it writable, as
+  // Excel's WriteResPassword does; without one it opens read-only (where
+  // Excel would ask); a wrong one fails the open, as in Excel. The office
+  // itself checks the password only when a person switches a window to
+  // editing, so the check is made here against the verifier the import
+  // kept.
+  const WriteReservation reservation = ReservationOf(component);
+  loaded.reservation_verifier = reservation.verifier;
+  const std::string modify_password = options.write_res_password.value_or("");
+  if (reservation.reserved()) {
+    if (modify_password.empty())
+      loaded.reserved = true;
+    else if (reservation.verifier == 0)
+      refuse("cannot open " + filename +
+             " for writing: its write reservation is of a kind whose password cannot be checked here");
+    else if (!reservation.Accepts(modify_password))
+      refuse("cannot open " + filename + " for writing: the write reservation password is not correct");
   }
   if (loaded.format == 0) {
     Reference<css::frame::XModel> model(component, UNO_QUERY);

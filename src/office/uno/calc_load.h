@@ -25,9 +25,15 @@ class WorkbookLoader {
   struct Loaded {
     Reference<css::lang::XComponent> component;
     int32_t format = 0;
+    // Reserved for writing and opened without its password: read-only.
+    bool reserved = false;
+    // The verifier of the binary formats' reservation (0: none).
+    uint32_t reservation_verifier = 0;
   };
   // Loads `filename` hidden, with the open options, into a spreadsheet
-  // document (inside a call).
+  // document (inside a call). A workbook reserved for writing opens
+  // writable with its write reservation password, read-only without one,
+  // and throws with a wrong one (or one of a kind that cannot be checked).
   Loaded Load(Session& session, const std::string& filename, const OpenOptions& options);
   // The office quit or restarted: its services are gone.
   void ForgetOffice() { detection_.clear(); }

@@ -17,29 +17,11 @@
 #include "office/uno/calc_workbook.h"
 #include "office/uno/save_files.h"
 #include "office/uno/text_output.h"
+#include "office/uno/write_reservation.h"
 
 namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-// The 16-bit verifier of a write reservation password that Excel's binary
-// format keeps (and the office computes the same way from the password's
-// UTF-8 bytes).
-uint16_t ExcelModifyPasswordHash(const std::string& password) {
-  uint16_t hash = 0;
-  for (size_t i = password.size(); i-- > 0;) {
-    hash = static_cast<uint16_t>(((hash >> 14) & 0x01) | ((hash << 1) & 0x7FFF));
-    hash ^= static_cast<unsigned char>(password[i]);
-  }
-  hash = static_cast<uint16_t>(((hash >> 14) & 0x01) | ((hash << 1) & 0x7FFF));
-  hash ^= static_cast<uint16_t>(0x8000 | ('N' << 8) | 'K');
-  hash ^= static_cast<uint16_t>(password.size());
-  return hash;
-}
-
-}  // namespace
 
 void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) {
   const SheetRef active = ActiveSheetRef();
@@ -115,10 +97,16 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
                                               " cannot be written with a password here");
     // A write reservation is what the office calls a password to modify;
     // it writes one into Excel's binary formats only.
+    const bool binary = std::strncmp(format->filter, "MS Excel 97", 11) == 0;
     const std::string modify_password = options.write_res_password.value_or("");
-    if (!modify_password.empty() && std::strncmp(format->filter, "MS Excel 97", 11) != 0)
+    if (!modify_password.empty() && !binary)
       throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
                                               " cannot be written with a write reservation password here");
+    // Without the argument the workbook keeps the reservation it was opened
+    // with, as Excel keeps a workbook's write password; the office would
+    // drop it. An empty password given removes it.
+    uint32_t verifier = modify_password.empty() ? 0 : ExcelModifyPasswordHash(modify_password);
+    if (!options.write_res_password && binary) verifier = reservation_;
     if (filename.empty()) throw Error(ErrorKind::kAutomation, "no file name");
     std::error_code same_ec;
     if (read_only_ && !path_.empty() && fs::equivalent(filename, path_, same_ec))
@@ -142,8 +130,7 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
       std::vector<css::beans::PropertyValue> args{Prop("FilterName", Any(ToOUString(format->filter))),
                                                   Prop("Overwrite", Any(true))};
       if (!password.empty()) args.push_back(Prop("Password", Any(ToOUString(password))));
-      if (!modify_password.empty())
-        args.push_back(Prop("ModifyPasswordInfo", Any(static_cast<sal_Int32>(ExcelModifyPasswordHash(modify_password)))));
+      if (verifier != 0) args.push_back(Prop("ModifyPasswordInfo", Any(static_cast<sal_Int32>(verifier))));
       Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
       storable->storeToURL(ToOUString(FileUrl(written)),
                            Sequence<css::beans::PropertyValue>(args.data(), args.size()));

@@ -141,6 +141,9 @@ class CalcWorkbook : public Workbook {
   // Opened with ReadOnly: changes stay in memory, and a save over its own
   // file is refused, as Excel refuses it.
   void set_read_only(bool value) { read_only_ = value; }
+  // The verifier of the write reservation the workbook was opened with (0:
+  // none), written again by a save that names no reservation of its own.
+  void set_reservation(uint32_t verifier) { reservation_ = verifier; }
 
  private:
   void StoreText(const std::string& temp, const FileFormat& format);
@@ -161,6 +164,7 @@ class CalcWorkbook : public Workbook {
   int32_t format_;
   bool closed_ = false;
   bool read_only_ = false;
+  uint32_t reservation_ = 0;
   bool display_formulas_ = false;
   bool plain_ = false;
   UnbornState unborn_;

@@ -18,7 +18,8 @@ Workbook& CalcWorkbooks::Open(const std::string& given_name, const OpenOptions& 
     WorkbookLoader::Loaded loaded = app_->loader().Load(app_->session(), filename, options);
     CalcWorkbook& book = app_->Adopt(std::move(loaded.component), fs::path(filename).filename().string(),
                                      filename, loaded.format);
-    book.set_read_only(options.read_only.value_or(false));
+    book.set_read_only(options.read_only.value_or(false) || loaded.reserved);
+    book.set_reservation(loaded.reservation_verifier);
     return book;
   });
 }
