@@ -1,8 +1,9 @@
 // PrintExcelContents, ExecuteMacro and ChangePassword on real workbooks in a
 // real office. What was printed is read from the produced PDF files
 // (pdfinfo, pdftotext), what a macro did from the saved workbook, and what a
-// password did by the office and by an independent reader
-// (msoffcrypto-tool).
+// password did by the office and by independent readers (msoffcrypto-tool,
+// python3-olefile). Workbooks with VBA code are made at the start by
+// tests/support/make_vba_workbook.py from workbooks the office wrote.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/wait.h>
@@ -87,11 +88,34 @@ End Sub
 )";
 }
 
+// The VBA code of the Excel workbooks the tests make: a standard module
+// with macros of every kind a caller may name, and a second module.
+constexpr const char* kModule1 = R"(Sub MyMacro(a As String, b As String)
+  Worksheets(1).Range("C1").Value = a & "|" & b
+End Sub
+Public Sub NoArguments()
+  ThisWorkbook.Worksheets("North").Range("D1").Value = "ran"
+End Sub
+Private Sub Divide()
+  Dim n As Integer
+  n = 1 / n
+End Sub
+Sub Refuse(reason As String)
+  Err.Raise 1004, , "refused: " & reason
+End Sub
+)";
+constexpr const char* kModule2 = R"(Sub Other(a As String)
+  Worksheets("North").Range("E1").Value = a & "!"
+End Sub
+)";
+
 struct Shared {
   fs::path dir;
-  std::string book;    // Pages (page-one, page-two, page-three, a page each), Second
-  std::string plain;   // North (name,qty / pens,3), an .xls without passwords
-  std::string macros;  // MacroBook()
+  std::string book;      // Pages (page-one, page-two, page-three, a page each), Second
+  std::string plain;     // North (name,qty / pens,3), an .xls without passwords
+  std::string macros;    // MacroBook()
+  std::string vba_xls;   // plain with kModule1 and kModule2 as its VBA project
+  std::string vba_xlsm;  // the same as a macro-enabled Open XML workbook
   std::string spool;   // where the queue writes this user's jobs
   std::unique_ptr<office::Application> reader;
   std::unique_ptr<TabulonCtrl> warm;
@@ -131,6 +155,22 @@ Shared& Get() {
   testing::SaveBook(app, g->plain, {{"North", {{"name", "qty"}, {"pens", 3.0}}}}, office::kXlWorkbookNormal);
   g->macros = (g->dir / "fixtures" / "macros.fods").string();
   std::ofstream(g->macros) << MacroBook();
+
+  // The office keeps the VBA code of the workbooks it loads but cannot make
+  // such a workbook: the generator puts the project into ones it wrote.
+  const std::string xlsx = (g->dir / "fixtures" / "plain.xlsx").string();
+  testing::SaveBook(app, xlsx, {{"North", {{"name", "qty"}, {"pens", 3.0}}}});
+  const fs::path module1 = g->dir / "fixtures" / "Module1.bas", module2 = g->dir / "fixtures" / "Module2.bas";
+  std::ofstream(module1) << kModule1;
+  std::ofstream(module2) << kModule2;
+  g->vba_xls = (g->dir / "fixtures" / "vba.xls").string();
+  g->vba_xlsm = (g->dir / "fixtures" / "vba.xlsm").string();
+  for (const auto& [from, to] : {std::pair{g->plain, g->vba_xls}, std::pair{xlsx, g->vba_xlsm}}) {
+    const Shell made = RunShell("python3 " + Quote(TABULON_VBA_WORKBOOK) + " " + Quote(from) + " " + Quote(to) +
+                                " --module Module1=" + Quote(module1.string()) +
+                                " --module Module2=" + Quote(module2.string()));
+    EXPECT_EQ(made.status, 0) << made.out;
+  }
 
   g->warm = std::make_unique<TabulonCtrl>();
   g->warm->put_OptimizeForSpeed(true);
@@ -433,6 +473,84 @@ TEST(ExecuteMacro, AMacroThatIsMissingOrFailsFailsTheCallAndWritesNothing) {
   EXPECT_EQ(control.get_ErrorString(), "Source File does not exist");
 }
 
+// The first sheet of a saved workbook, read back by the test's own office.
+Block FirstSheet(const std::string& path) {
+  const auto book = testing::ReadBook(*Get().reader, path);
+  return book.empty() ? Block{} : book[0].cells;
+}
+
+// A cell of a block read back ("" when the block does not reach it).
+Cell At(const Block& cells, size_t row, size_t column) {
+  return row < cells.size() && column < cells[row].size() ? cells[row][column] : Cell(std::string());
+}
+
+// The VBA project of Excel workbooks in both formats, under every name a
+// caller may give a macro; each run is saved and its cell read back.
+TEST(ExecuteMacro, RunsTheVbaCodeOfExcelWorkbooksUnderTheNamesUsersWrite) {
+  TabulonCtrl& control = *Get().warm;
+  for (const std::string kind : {"xls", "xlsm"}) {
+    const fs::path folder = Folder("vba-" + kind);
+    const std::string source = (folder / ("book." + kind)).string();
+    fs::copy_file(kind == "xls" ? Get().vba_xls : Get().vba_xlsm, source);
+    struct Case {
+      std::string name;
+      std::array<std::string, 8> args;
+      size_t column;  // of the cell in the first row the macro writes
+      std::string value;
+    };
+    const Case cases[] = {
+        {"MyMacro", {"one", "two"}, 2, "one|two"},
+        {"Module1.MyMacro", {"", "two"}, 2, "|two"},  // an empty first argument is passed
+        {"'book." + kind + "'!MyMacro", {"a", "b"}, 2, "a|b"},
+        {"book." + kind + "!Module1.MyMacro", {"c", "d"}, 2, "c|d"},
+        {"VBAProject.Module1.MyMacro", {"p", "q"}, 2, "p|q"},  // the project is the library
+        {"Module2.Other", {"x"}, 4, "x!"},
+        {"NoArguments", {}, 3, "ran"},  // ThisWorkbook is the workbook opened
+    };
+    const std::string target = (folder / "out" / "saved.xls").string();
+    for (const Case& c : cases) {
+      Macro m{source, target, c.name, true, c.args};
+      ASSERT_EQ(RunMacro(control, m), 0) << kind << " " << c.name << ": " << control.get_ErrorString();
+      const Block cells = FirstSheet(target);
+      EXPECT_EQ(At(cells, 0, c.column), Cell(c.value)) << kind << " " << c.name;
+      EXPECT_EQ(At(cells, 1, 0), Cell(std::string("pens"))) << kind << " " << c.name;
+    }
+    // The saved workbook keeps its VBA project (the office's profile saves
+    // the code it loaded), so its macros still run.
+    Macro again{target, (folder / "again.xls").string(), "Module2.Other", true, {"again"}};
+    ASSERT_EQ(RunMacro(control, again), 0) << kind << ": " << control.get_ErrorString();
+    EXPECT_EQ(At(FirstSheet(again.target), 0, 4), Cell(std::string("again!"))) << kind;
+  }
+}
+
+TEST(ExecuteMacro, AVbaRunTimeErrorOrAMissingMacroFailsTheCallAndWritesNothing) {
+  TabulonCtrl& control = *Get().warm;
+  const fs::path folder = Folder("vba-failures");
+  struct Case {
+    std::string name;
+    std::array<std::string, 8> args;
+    std::string text;
+  };
+  const Case cases[] = {
+      {"Divide", {}, "Division by zero"},  // a private procedure runs too
+      {"Module1.Refuse", {"no"}, "refused: no"},
+      {"Nope", {}, "cannot be found"},
+      {"Module1.Other", {"x"}, "cannot be found"},  // the module named is the one searched
+  };
+  for (const std::string& book : {Get().vba_xls, Get().vba_xlsm}) {
+    const std::string original = Bytes(book);
+    for (const Case& c : cases) {
+      Events events(control);
+      Macro m{book, (folder / "out.xls").string(), c.name, true, c.args};
+      EXPECT_EQ(RunMacro(control, m), kAutomationError) << book << " " << c.name;
+      EXPECT_NE(control.get_ErrorString().find(c.text), std::string::npos) << control.get_ErrorString();
+      EXPECT_EQ(events.list.size(), 1u) << c.name;
+      EXPECT_FALSE(fs::exists(folder / "out.xls")) << book << " " << c.name;
+    }
+    EXPECT_TRUE(Bytes(book) == original) << book << " was written";
+  }
+}
+
 TEST(ExecuteMacro, AMacroThatNeverEndsIsStoppedWithItsOffice) {
   office::uno::UnoOptions options;
   options.call_time_limit = std::chrono::seconds(5);
@@ -539,6 +657,92 @@ TEST(ChangePassword, AWrongOldPasswordFailsAndWritesNothing) {
             kFileMissing);
   EXPECT_EQ(Change(control, Get().plain, (folder / "a" / "copy.xls").string(), "", "", "", ""), 0);
   EXPECT_TRUE(fs::exists(folder / "a" / "copy.xls"));
+}
+
+// A copy reserved for writing, as the office's API and an independent
+// reader see it: read-only without the password (a save over the file is
+// refused, a copy elsewhere stays reserved), refused with a wrong one,
+// writable with the right one, and still reserved after saving over itself.
+TEST(ChangePassword, AReservedCopyOpensReadOnlyWithoutItsWritePasswordAndWritableWithIt) {
+  TabulonCtrl& control = *Get().warm;
+  const fs::path folder = Folder("reserved");
+  const std::string reserved = (folder / "reserved.xls").string();
+  ASSERT_EQ(Change(control, Get().plain, reserved, "", "", "", "wr1"), 0) << control.get_ErrorString();
+  EXPECT_EQ(RunShell("msoffcrypto-tool --test " + Quote(reserved)).status, 1);  // not encrypted
+  EXPECT_EQ(WriteReservation(reserved), Verifier("wr1"));
+  office::Workbooks& books = Get().reader->GetWorkbooks();
+  office::SaveAsOptions xls;
+  xls.file_format = office::kXlWorkbookNormal;
+
+  office::Workbook& read_only = books.Open(reserved, {});
+  EXPECT_THROW(read_only.SaveAs(reserved, xls), office::Error);
+  const std::string copy = (folder / "copy.xls").string();
+  read_only.SaveAs(copy, xls);
+  read_only.Close(false);
+  EXPECT_EQ(WriteReservation(copy), Verifier("wr1"));
+
+  for (const char* wrong : {"wr2", "WR1"}) {
+    office::OpenOptions with_wrong;
+    with_wrong.write_res_password = wrong;
+    try {
+      books.Open(reserved, with_wrong);
+      ADD_FAILURE() << wrong << " opened the workbook";
+    } catch (const office::Error& e) {
+      EXPECT_NE(std::string(e.what()).find("write reservation password is not correct"), std::string::npos)
+          << e.what();
+    }
+    EXPECT_EQ(books.Count(), 0) << wrong;
+  }
+
+  office::OpenOptions with_right;
+  with_right.write_res_password = "wr1";
+  office::Workbook& writable = books.Open(reserved, with_right);
+  writable.GetWorksheets().Item(1)->GetRange("C1")->SetValue(Block{{"changed"}});
+  writable.SaveAs(reserved, xls);
+  writable.Close(false);
+  EXPECT_EQ(At(FirstSheet(reserved), 0, 2), Cell(std::string("changed")));
+  EXPECT_EQ(WriteReservation(reserved), Verifier("wr1"));
+
+  // The old write password of ChangePassword is checked the same way.
+  Events events(control);
+  EXPECT_EQ(Change(control, reserved, (folder / "freed.xls").string(), "", "wrong", "", ""), kAutomationError);
+  EXPECT_EQ(events.list.size(), 1u);
+  EXPECT_FALSE(fs::exists(folder / "freed.xls"));
+  ASSERT_EQ(Change(control, reserved, (folder / "freed.xls").string(), "", "wr1", "", ""), 0)
+      << control.get_ErrorString();
+  EXPECT_EQ(WriteReservation((folder / "freed.xls").string()), "none\n");
+}
+
+// ExecuteMacro opens its workbook with the input write password: a reserved
+// workbook with VBA code is saved over itself only with the right one, and
+// stays reserved.
+TEST(ExecuteMacro, AReservedWorkbookIsSavedOverItselfOnlyWithItsWritePassword) {
+  TabulonCtrl& control = *Get().warm;
+  const fs::path folder = Folder("reserved-macro");
+  const std::string book = (folder / "book.xls").string();
+  ASSERT_EQ(Change(control, Get().vba_xls, book, "", "", "", "wr1"), 0) << control.get_ErrorString();
+  const std::string original = Bytes(book);
+  struct Case {
+    const char* password;
+    std::string text;
+  };
+  const Case refused[] = {{"", "opened read-only"}, {"wrong", "write reservation password is not correct"}};
+  for (const Case& c : refused) {
+    control.put_InputFile_PassWord_TW(c.password);
+    Events events(control);
+    Macro m{book, book, "MyMacro", true, {"a", "b"}};
+    EXPECT_EQ(RunMacro(control, m), kAutomationError) << c.password;
+    EXPECT_NE(control.get_ErrorString().find(c.text), std::string::npos) << control.get_ErrorString();
+    EXPECT_EQ(events.list.size(), 1u);
+    EXPECT_TRUE(Bytes(book) == original) << c.password << ": the workbook was written";
+  }
+  control.put_InputFile_PassWord_TW("wr1");
+  Macro m{book, book, "MyMacro", true, {"a", "b"}};
+  const int32_t code = RunMacro(control, m);
+  control.put_InputFile_PassWord_TW("");
+  ASSERT_EQ(code, 0) << control.get_ErrorString();
+  EXPECT_EQ(At(FirstSheet(book), 0, 2), Cell(std::string("a|b")));
+  EXPECT_EQ(WriteReservation(book), Verifier("wr1"));
 }
 
 }  // namespace

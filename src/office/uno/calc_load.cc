@@ -5,12 +5,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include <com/sun/star/beans/XPropertySet.hpp>
 #include <com/sun/star/container/XNameAccess.hpp>
 #include <com/sun/star/document/MacroExecMode.hpp>
 #include <com/sun/star/document/UpdateDocMode.hpp>
 #include <com/sun/star/frame/XComponentLoader.hpp>
 #include <com/sun/star/frame/XLoadable.hpp>
 #include <com/sun/star/frame/XModel.hpp>
+#include <com/sun/star/frame/XStorable.hpp>
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
 #include <com/sun/star/util/XCloseable.hpp>
 
@@ -171,6 +173,16 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
     else if (!reservation.Accepts(modify_password))
       refuse("cannot open " + filename + " for writing: the write reservation password is not correct");
   }
+  // The office opens a reserved workbook (or one whose file it cannot
+  // write) read-only and then refuses every change made through its API.
+  // A read-only workbook is edited in memory all the same (see ReadOnly
+  // above); the office is told to allow that, and whether the file itself
+  // may be written is decided here alone.
+  Reference<css::frame::XStorable> storable(component, UNO_QUERY);
+  Reference<css::beans::XPropertySet> properties(component, UNO_QUERY);
+  if (storable.is() && storable->isReadonly() && properties.is() &&
+      properties->getPropertySetInfo()->hasPropertyByName("IsChangeReadOnlyEnabled"))
+    properties->setPropertyValue("IsChangeReadOnlyEnabled", Any(true));
   if (loaded.format == 0) {
     Reference<css::frame::XModel> model(component, UNO_QUERY);
     if (model.is()) {
