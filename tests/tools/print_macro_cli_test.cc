@@ -83,4 +83,23 @@ TEST(PrintMacroCli, PasswordsComeFromTheEnvironmentAndStandardInput) {
   EXPECT_NE(system(("msoffcrypto-tool --test '" + plain + "' >/dev/null 2>&1").c_str()), 0);
 }
 
+// A copy reserved for writing is written over only with its write
+// password, here from the environment; without it the office opened the
+// workbook read-only and the save over it fails.
+TEST(PrintMacroCli, WritePasswordsComeFromTheEnvironment) {
+  Folder dir("tabulon-print-macro-cli-office-");
+  const std::string reserved = dir / "reserved.xls";
+  const Result lock = Tabulon("ChangePassword " + std::string(TABULON_SAMPLE) + " " + reserved +
+                              " --target-pw-to-write w");
+  ASSERT_EQ(lock.exit_code, 0) << lock.err;
+  const std::string again = "ChangePassword " + reserved + " " + reserved + " --target-pw-to-write w";
+  const Result refused = Tabulon(again);
+  EXPECT_EQ(refused.exit_code, 1);
+  EXPECT_NE(refused.err.find("opened read-only"), std::string::npos) << refused.err;
+  setenv("TABULON_ORIGINAL_PASSWORD_TW", "w", 1);
+  const Result right = Tabulon(again);
+  unsetenv("TABULON_ORIGINAL_PASSWORD_TW");
+  EXPECT_EQ(right.exit_code, 0) << right.err;
+}
+
 }  // namespace
