@@ -391,11 +391,15 @@ class TABULON_EXPORT TabulonCtrl {
   // rewritten) with sArg1 up to the last non-empty argument, every one a
   // text (empty ones before it passed as ""). Macros: the workbook's VBA code
   // (.xls, .xlsm) and its Basic (.ods), named "Macro", "Module.Macro",
-  // "Library.Module.Macro" or "'book.xlsm'!Macro". When bSaveAfterExecution
-  // the workbook is then saved as sTargetFile in the normal workbook format
-  // (.xls); otherwise nothing is written. A macro that is missing, fails or
-  // cannot be compiled fails the call (general error path); one that runs
-  // longer than the office's call limit is stopped with its office.
+  // "Library.Module.Macro" (a VBA project's name is its library's:
+  // "VBAProject.Module1.Macro") or "'book.xlsm'!Macro". When
+  // bSaveAfterExecution the workbook is then saved as sTargetFile in the
+  // normal workbook format (.xls); otherwise nothing is written. A workbook
+  // reserved for writing opens writable only with InputFile_PassWord_TW:
+  // without it it opens read-only (a save over its own file fails), with a
+  // wrong one the open fails. A macro that is missing, fails or cannot be
+  // compiled fails the call (general error path); one that runs longer than
+  // the office's call limit is stopped with its office.
   int32_t ExecuteMacro(std::string& sSourceFile, std::string& sTargetFile, std::string& sMacroName,
                        bool& bSaveAfterExecution, std::string& sArg1, std::string& sArg2, std::string& sArg3,
                        std::string& sArg4, std::string& sArg5, std::string& sArg6, std::string& sArg7,
@@ -405,8 +409,10 @@ class TABULON_EXPORT TabulonCtrl {
   // the extension), encrypted with sTargetFilePW and reserved for writing
   // with sTargetFilePWToWrite (without it the copy opens read-only); an empty
   // new password leaves that protection out. The control's password
-  // properties are not used. A wrong original password fails through the
-  // general error path and writes nothing.
+  // properties are not used. A wrong original password, or a wrong write
+  // reservation password of a reserved source, fails through the general
+  // error path and writes nothing; without its write reservation password a
+  // reserved source opens read-only, so the copy cannot replace it.
   int32_t ChangePassword(std::string& sSourceFile, std::string& sTargetFile, std::string& sOriginalFilePW,
                          std::string& sOriginalFilePWToWrite, std::string& sTargetFilePW,
                          std::string& sTargetFilePWToWrite);

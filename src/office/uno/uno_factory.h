@@ -57,14 +57,20 @@
 // - SaveAs with a password writes only formats the office can encrypt (.xls,
 //   .xlt, .ods); any other format asked for a password throws. A write
 //   reservation password on SaveAs is written into Excel's binary formats
-//   (.xls, .xlt) and throws for any other. On Open, a write reservation
-//   password has no effect.
+//   (.xls, .xlt) and throws for any other; a save without one keeps the
+//   reservation the workbook was opened with (binary formats only). On Open,
+//   a reserved workbook opens writable with its write reservation password,
+//   read-only without one (edits stay possible, a save over its own file
+//   throws) and throws with a wrong one. Only the binary formats' kind of
+//   reservation can be checked: a password given for a reserved .ods or
+//   .xlsx throws.
 // - dBase (7, 8, 11) needs the office's database drivers
 //   (libreoffice-base-drivers); without them SaveAs refuses those numbers.
 // - Text outputs with DisplayFormulas on are written from the cells'
 //   formulas in Excel syntax (values of constant cells unformatted).
 // - Application.Run runs the Basic and VBA macros of open documents
-//   (Lib.Module.Sub, Module.Sub or Sub, optionally after "'Book'!"); the
+//   (Lib.Module.Sub, Module.Sub or Sub, optionally after "'Book'!"; a VBA
+//   project's name is the library's, "VBAProject.Module1.Sub"); the
 //   profile lets documents' macros and Excel workbooks' VBA code run without
 //   asking. A Basic or VBA error inside the macro, or code that cannot be
 //   compiled (a library with a module that does not compile runs nothing),
