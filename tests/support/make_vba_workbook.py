@@ -3,15 +3,15 @@
 stored in Excel workbooks (the office keeps VBA code it loaded, but cannot
 make a workbook with VBA modules of its own).
 
-    make_vba_workbook.py SOURCE TARGET [--module NAME=FILE]... [--document NAME=FILE]...
+    make_vba_workbook.py SOURCE TARGET --module NAME=FILE [--module NAME=FILE]...
 
 SOURCE is a binary workbook (a compound file with its "Workbook" stream) or
 an Open XML workbook (a zip package). TARGET gets the same workbook with a
-VBA project holding the standard modules (--module) and document modules
-(--document, named after the workbook's or a sheet's code name) given, each
-with the VBA source read from FILE. A binary workbook gets the project as
-the _VBA_PROJECT_CUR storage of its compound file; an Open XML workbook
-becomes a macro-enabled one with the project in xl/vbaProject.bin.
+VBA project named VBAProject holding the standard modules given, each with
+the VBA source read from FILE. A binary workbook gets the project as the
+_VBA_PROJECT_CUR storage of its compound file and an OBJPROJ record in its
+Workbook stream; an Open XML workbook becomes a macro-enabled one with the
+project in xl/vbaProject.bin.
 
 Written from the published formats: the compound file binary format
 (version 3, 512-byte sectors, a mini stream for the small streams) and the
@@ -143,11 +143,10 @@ def cfb_order(name):
 
 def write_compound(root):
     """The bytes of a version 3 compound file holding the Storage `root`."""
-    # Directory entries in tree order; each storage's children become a
-    # balanced binary search tree, every node black (a valid red-black tree
-    # needs no red node when all paths have the same number of black ones,
-    # which a tree built by halving has at most one level apart: the deepest
-    # level is made red below).
+    # Each storage's children form a red-black tree. Built by halving the
+    # sorted names, every level but the deepest is complete: the nodes there
+    # are black and those of the deepest level red, so that every path holds
+    # as many black nodes and no red node has a red child.
     entries = []  # [name, kind, clsid, left, right, child, payload, color]
 
     def add(name, kind, clsid, payload):
@@ -388,7 +387,7 @@ def dir_stream(project_name, modules):
     out += record(0x000C, b"") + record(0x003C, b"")  # CONSTANTS and its Unicode form
     out += record(0x000F, struct.pack("<H", len(modules)))  # MODULES
     out += record(0x0013, struct.pack("<H", 0xFFFF))  # PROJECTCOOKIE
-    for name, document, _ in modules:
+    for name, _ in modules:
         out += record(0x0019, name.encode(ENCODING))  # MODULENAME
         out += record(0x0047, name.encode("utf-16-le"))  # MODULENAMEUNICODE
         out += record(0x001A, name.encode(ENCODING)) + record(0x0032, name.encode("utf-16-le"))
@@ -396,29 +395,24 @@ def dir_stream(project_name, modules):
         out += record(0x0031, struct.pack("<I", 0))  # OFFSET: no performance cache
         out += record(0x001E, struct.pack("<I", 0))  # HELPCONTEXT
         out += record(0x002C, struct.pack("<H", 0xFFFF))  # COOKIE
-        out += struct.pack("<HI", 0x0022 if document else 0x0021, 0)  # TYPE
+        out += struct.pack("<HI", 0x0021, 0)  # TYPE: a standard module
         out += struct.pack("<HI", 0x002B, 0)  # module terminator
     out += struct.pack("<HI", 0x0010, 0)  # dir terminator
     return bytes(out)
 
 
-def module_source(name, document, code):
-    """A module's source as the project stores it: its attributes first,
+def module_source(name, code):
+    """A module's source as the project stores it: its name attribute first,
     lines ended by CR LF."""
     lines = ['Attribute VB_Name = "%s"' % name]
-    if document:
-        lines += ["Attribute VB_Base = \"0{00020819-0000-0000-C000-000000000046}\"",
-                  "Attribute VB_GlobalNameSpace = False", "Attribute VB_Creatable = False",
-                  "Attribute VB_PredeclaredId = True", "Attribute VB_Exposed = True",
-                  "Attribute VB_TemplateDerived = False", "Attribute VB_Customizable = True"]
     lines += code.replace("\r\n", "\n").rstrip("\n").split("\n") if code.strip() else []
     return ("\r\n".join(lines) + "\r\n").encode(ENCODING)
 
 
 def project_text(project_name, modules):
     lines = ['ID="%s"' % PROJECT_ID]
-    for name, document, _ in modules:
-        lines.append("Document=%s/&H00000000" % name if document else "Module=%s" % name)
+    for name, _ in modules:
+        lines.append("Module=%s" % name)
     lines += ['Name="%s"' % project_name, 'HelpContextID="0"', 'VersionCompatible32="393222000"',
               'CMG="%s"' % encrypt(b"\0\0\0\0"),  # not protected
               'DPB="%s"' % encrypt(b"\0"),  # no password
@@ -432,15 +426,15 @@ def vba_project(project_name, modules):
     storage = Storage()
     storage.children["PROJECT"] = project_text(project_name, modules)
     names = bytearray()
-    for name, _, _ in modules:
+    for name, _ in modules:
         names += name.encode(ENCODING) + b"\0" + name.encode("utf-16-le") + b"\0\0"
     storage.children["PROJECTwm"] = bytes(names + b"\0\0")
     vba = Storage()
     # Reserved1, Version (0xFFFF: no version-dependent cache), Reserved2, Reserved3
     vba.children["_VBA_PROJECT"] = struct.pack("<HHBH", 0x61CC, 0xFFFF, 0, 0)
     vba.children["dir"] = compress(dir_stream(project_name, modules))
-    for name, document, code in modules:
-        vba.children[name] = compress(module_source(name, document, code))
+    for name, code in modules:
+        vba.children[name] = compress(module_source(name, code))
     storage.children["VBA"] = vba
     return storage
 
@@ -512,7 +506,6 @@ OFFICE_DOCUMENT = "http://schemas.openxmlformats.org/officeDocument/2006/relatio
 VBA_RELATIONSHIP = "http://schemas.microsoft.com/office/2006/relationships/vbaProject"
 VBA_CONTENT_TYPE = "application/vnd.ms-office.vbaProject"
 MACRO_WORKBOOK = "application/vnd.ms-excel.sheet.macroEnabled.main+xml"
-MAIN = "http://schemas.openxmlformats.org/spreadsheetml/2006/main"
 
 
 def xml_bytes(root, default_namespace):
@@ -520,7 +513,7 @@ def xml_bytes(root, default_namespace):
     return b'<?xml version="1.0" encoding="UTF-8" standalone="yes"?>\n' + ET.tostring(root)
 
 
-def open_xml_workbook(source, modules, code_names):
+def open_xml_workbook(source, modules):
     package = zipfile.ZipFile(io.BytesIO(source))
     parts = {info.filename: package.read(info) for info in package.infolist()}
     # The workbook part is the package's office document.
@@ -547,16 +540,6 @@ def open_xml_workbook(source, modules, code_names):
     relation.set("Type", VBA_RELATIONSHIP)
     relation.set("Target", "vbaProject.bin")
     parts[workbook_rels] = xml_bytes(book_rels, RELATIONSHIPS)
-
-    if code_names:
-        # The workbook's code name ties a document module to it.
-        book = ET.fromstring(parts[workbook])
-        properties = book.find("{%s}workbookPr" % MAIN)
-        if properties is None:
-            properties = ET.Element("{%s}workbookPr" % MAIN)
-            book.insert(1 if book.find("{%s}fileVersion" % MAIN) is not None else 0, properties)
-        properties.set("codeName", code_names[0])
-        parts[workbook] = xml_bytes(book, MAIN)
 
     parts[project_part] = write_compound(vba_project("VBAProject", modules))
     out = io.BytesIO()
@@ -605,24 +588,23 @@ def main():
     parser.add_argument("source", nargs="?")
     parser.add_argument("target", nargs="?")
     parser.add_argument("--module", action="append", default=[], metavar="NAME=FILE")
-    parser.add_argument("--document", action="append", default=[], metavar="NAME=FILE")
     args = parser.parse_args()
     if args.check:
         check(args.check)
         return 0
-    if not args.source or not args.target:
-        parser.error("SOURCE and TARGET are needed")
+    if not args.source or not args.target or not args.module:
+        parser.error("SOURCE, TARGET and a module are needed")
     modules = []
-    for given, document in [(m, False) for m in args.module] + [(d, True) for d in args.document]:
+    for given in args.module:
         name, _, file = given.partition("=")
         with open(file, encoding="utf-8") as f:
-            modules.append((name, document, f.read()))
+            modules.append((name, f.read()))
     with open(args.source, "rb") as f:
         source = f.read()
     if source[:8] == SIGNATURE:
         result = binary_workbook(source, modules)
     elif source[:2] == b"PK":
-        result = open_xml_workbook(source, modules, [n for n, d, _ in modules if d])
+        result = open_xml_workbook(source, modules)
     else:
         parser.error("SOURCE is neither a binary nor an Open XML workbook")
     with open(args.target, "wb") as f:
