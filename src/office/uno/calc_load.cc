@@ -13,8 +13,11 @@
 #include <com/sun/star/frame/XLoadable.hpp>
 #include <com/sun/star/frame/XModel.hpp>
 #include <com/sun/star/frame/XStorable.hpp>
+#include <com/sun/star/io/XInputStream.hpp>
+#include <com/sun/star/lang/XMultiServiceFactory.hpp>
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
 #include <com/sun/star/util/XCloseable.hpp>
+#include <com/sun/star/util/XModifiable.hpp>
 
 #include "office/uno/calc_internal.h"
 #include "office/uno/file_formats.h"
@@ -69,6 +72,98 @@ std::vector<Content> AllowedContents(const std::string& extension) {
   if (extension == ".xls" || extension == ".xlt" || extension == ".xla")
     return {Content::kCompound, Content::kBiff, Content::kZip, Content::kXml, Content::kText};
   return {};
+}
+
+// A salted hash of the document settings' ModifyPasswordInfo: its bytes
+// as the OpenDocument import leaves them, or base64 text as the Open XML
+// import does; empty when unreadable.
+Bytes HashBytes(const Any& value) {
+  Sequence<sal_Int8> bytes;
+  if (value >>= bytes) return Bytes(bytes.begin(), bytes.end());
+  OUString text;
+  if (value >>= text) return Base64Decode(ToUtf8(text)).value_or(Bytes());
+  return {};
+}
+
+// The reservation of a loaded spreadsheet document, as its import filter
+// left it in the document's settings (inside a call). Either kind makes
+// the office open the document read-only; it asks for the password only
+// when a person switches a window to editing, which never happens here.
+WriteReservation ReservationOf(const Reference<css::beans::XPropertySet>& settings) {
+  WriteReservation reservation;
+  if (!settings.is()) return reservation;
+  const auto info = settings->getPropertySetInfo();
+  if (info->hasPropertyByName("ModifyPasswordHash")) {
+    sal_Int32 verifier = 0;
+    settings->getPropertyValue("ModifyPasswordHash") >>= verifier;
+    reservation.verifier = static_cast<uint16_t>(verifier);
+  }
+  if (info->hasPropertyByName("ModifyPasswordInfo")) {
+    Sequence<css::beans::PropertyValue> salted;
+    settings->getPropertyValue("ModifyPasswordInfo") >>= salted;
+    for (const auto& p : salted) {
+      if (p.Name == "algorithm-name") {
+        OUString name;
+        p.Value >>= name;
+        reservation.algorithm = ToUtf8(name);
+      } else if (p.Name == "salt") {
+        reservation.salt = HashBytes(p.Value);
+      } else if (p.Name == "hash") {
+        reservation.hash = HashBytes(p.Value);
+      } else if (p.Name == "iteration-count") {
+        sal_Int32 count = 0;
+        p.Value >>= count;
+        reservation.count = static_cast<uint32_t>(std::max<sal_Int32>(count, 0));
+      }
+    }
+    // A salted reservation without an algorithm's name still reserves the
+    // document; no password can be checked against it.
+    if (salted.hasElements() && reservation.algorithm.empty()) reservation.algorithm = "(none named)";
+  }
+  return reservation;
+}
+
+// The first bytes of a part of a zip package (inside a call); empty when
+// the package or the part cannot be read.
+std::string PackagePart(Session& session, const std::string& url, const char* part) {
+  try {
+    const Reference<css::uno::XComponentContext>& context = session.context();
+    const auto arguments = ToSequence<Any>({Any(ToOUString(url))});
+    Reference<css::container::XNameAccess> package(
+        context->getServiceManager()->createInstanceWithArgumentsAndContext("com.sun.star.packages.zip.ZipFileAccess",
+                                                                            arguments, context),
+        UNO_QUERY);
+    Reference<css::io::XInputStream> stream;
+    if (!package.is() || !package->hasByName(ToOUString(part)) || !(package->getByName(ToOUString(part)) >>= stream))
+      return {};
+    std::string text;
+    Sequence<sal_Int8> chunk;
+    while (text.size() < 65536 && stream->readBytes(chunk, 16384) > 0)
+      text.append(reinterpret_cast<const char*>(chunk.getConstArray()), static_cast<size_t>(chunk.getLength()));
+    stream->closeInput();
+    return text;
+  } catch (const css::uno::Exception&) {
+    return {};
+  }
+}
+
+// Whether the Open XML workbook at `url` itself recommends opening it
+// read-only: readOnlyRecommended on its fileSharing element, or the
+// "marked as final" property that the office writes for it.
+bool OpenXmlRecommendsReadOnly(Session& session, const std::string& url) {
+  const std::string book = PackagePart(session, url, "xl/workbook.xml");
+  const size_t sharing = book.find("fileSharing ");
+  if (sharing != std::string::npos) {
+    const std::string element = book.substr(sharing, book.find('>', sharing) - sharing);
+    for (const char* on : {"readOnlyRecommended=\"1\"", "readOnlyRecommended=\"true\"",
+                           "readOnlyRecommended='1'", "readOnlyRecommended='true'"})
+      if (element.find(on) != std::string::npos) return true;
+  }
+  const std::string custom = PackagePart(session, url, "docProps/custom.xml");
+  const size_t final_mark = custom.find("\"_MarkAsFinal\"");
+  if (final_mark == std::string::npos) return false;
+  const std::string property = custom.substr(final_mark, custom.find("</", final_mark) - final_mark);
+  return property.find(">1") != std::string::npos || property.find(">true") != std::string::npos;
 }
 
 void RefuseMismatchedContent(const std::string& path, Content content) {
@@ -159,20 +254,31 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
   // Excel's WriteResPassword does; without one it opens read-only (where
   // Excel would ask); a wrong one fails the open, as in Excel. The office
   // itself checks the password only when a person switches a window to
-  // editing, so the check is made here against the verifier the import
-  // kept.
-  const WriteReservation reservation = ReservationOf(component);
-  loaded.reservation_verifier = reservation.verifier;
+  // editing, so the check is made here against what the import kept.
+  Reference<css::lang::XMultiServiceFactory> factory(component, UNO_QUERY);
+  Reference<css::beans::XPropertySet> settings;
+  if (factory.is()) settings.set(factory->createInstance("com.sun.star.document.Settings"), UNO_QUERY);
+  const WriteReservation reservation = ReservationOf(settings);
   const std::string modify_password = options.write_res_password.value_or("");
-  if (reservation.reserved()) {
-    if (modify_password.empty())
-      loaded.reserved = true;
-    else if (reservation.verifier == 0)
-      refuse("cannot open " + filename +
-             " for writing: its write reservation is of a kind whose password cannot be checked here");
-    else if (!reservation.Accepts(modify_password))
-      refuse("cannot open " + filename + " for writing: the write reservation password is not correct");
+  if (reservation.reserved() && modify_password.empty()) {
+    loaded.reserved = true;
+  } else if (reservation.reserved()) {
+    std::string why;
+    switch (reservation.Check(modify_password, &why)) {
+      case WriteReservation::Verdict::kAccepted:
+        loaded.reservation_password = modify_password;
+        break;
+      case WriteReservation::Verdict::kRejected:
+        refuse("cannot open " + filename + " for writing: the write reservation password is not correct");
+        break;
+      case WriteReservation::Verdict::kUncheckable:
+        refuse("cannot open " + filename +
+               " for writing: its write reservation is of a kind whose password cannot be checked here (" + why +
+               ")");
+        break;
+    }
   }
+  loaded.reservation = reservation;
   // The office opens a reserved workbook (or one whose file it cannot
   // write) read-only and then refuses every change made through its API.
   // A read-only workbook is edited in memory all the same (see ReadOnly
@@ -183,13 +289,27 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
   if (storable.is() && storable->isReadonly() && properties.is() &&
       properties->getPropertySetInfo()->hasPropertyByName("IsChangeReadOnlyEnabled"))
     properties->setPropertyValue("IsChangeReadOnlyEnabled", Any(true));
-  if (loaded.format == 0) {
-    Reference<css::frame::XModel> model(component, UNO_QUERY);
-    if (model.is()) {
-      for (const auto& p : model->getArgs()) {
-        OUString filter;
-        if (p.Name == "FilterName" && (p.Value >>= filter)) loaded.format = FormatOfFilter(ToUtf8(filter).c_str());
-      }
+  std::string filter;
+  if (Reference<css::frame::XModel> model{component, UNO_QUERY}; model.is()) {
+    for (const auto& p : model->getArgs()) {
+      OUString name;
+      if (p.Name == "FilterName" && (p.Value >>= name)) filter = ToUtf8(name);
+    }
+  }
+  if (loaded.format == 0) loaded.format = FormatOfFilter(filter.c_str());
+  // The Open XML import also recommends opening read-only any workbook with
+  // a salted reservation, and every save would then write that
+  // recommendation into the copy (marked as final), which the file itself
+  // did not ask for. The reservation is enforced here; the recommendation
+  // stays only where the file made it.
+  if (reservation.salted() && ReservationStoreOf(filter.c_str()) == ReservationStore::kOpenXml && settings.is()) {
+    bool recommended = false;
+    settings->getPropertyValue("LoadReadonly") >>= recommended;
+    if (recommended && !OpenXmlRecommendsReadOnly(session, url)) {
+      Reference<css::util::XModifiable> modifiable(component, UNO_QUERY);
+      const bool modified = modifiable.is() && modifiable->isModified();
+      settings->setPropertyValue("LoadReadonly", Any(false));
+      if (modifiable.is() && !modified) modifiable->setModified(false);
     }
   }
   loaded.component = component;

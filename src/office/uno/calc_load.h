@@ -13,6 +13,7 @@
 
 #include "office/office.h"
 #include "office/uno/session.h"
+#include "office/uno/write_reservation.h"
 
 namespace tabulon::office::uno {
 
@@ -27,13 +28,16 @@ class WorkbookLoader {
     int32_t format = 0;
     // Reserved for writing and opened without its password: read-only.
     bool reserved = false;
-    // The verifier of the binary formats' reservation (0: none).
-    uint32_t reservation_verifier = 0;
+    // The write reservation the file has (none: not reserved), and the
+    // password that lifted it (empty when none was given).
+    WriteReservation reservation;
+    std::string reservation_password;
   };
   // Loads `filename` hidden, with the open options, into a spreadsheet
   // document (inside a call). A workbook reserved for writing opens
   // writable with its write reservation password, read-only without one,
-  // and throws with a wrong one (or one of a kind that cannot be checked).
+  // and throws with a wrong one (or for a kind of reservation that cannot
+  // be checked here).
   Loaded Load(Session& session, const std::string& filename, const OpenOptions& options);
   // The office quit or restarted: its services are gone.
   void ForgetOffice() { detection_.clear(); }

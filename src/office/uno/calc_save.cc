@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <vector>
 
 #include <com/sun/star/beans/XPropertySet.hpp>
@@ -22,6 +23,42 @@
 namespace tabulon::office::uno {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// The store argument that makes the office write `reservation`: the
+// binary formats' verifier as a number, a salted hash as the named values
+// its imports produce (PBKDF2 as bytes, as the OpenDocument import leaves
+// it; a spun hash as base64 text, as the Open XML import does).
+Any ReservationArgument(const WriteReservation& reservation) {
+  if (!reservation.salted()) return Any(static_cast<sal_Int32>(reservation.verifier));
+  auto bytes = [](const Bytes& b) {
+    return Sequence<sal_Int8>(reinterpret_cast<const sal_Int8*>(b.data()), static_cast<sal_Int32>(b.size()));
+  };
+  Any salt, hash;
+  if (reservation.pbkdf2()) {
+    salt <<= bytes(reservation.salt);
+    hash <<= bytes(reservation.hash);
+  } else {
+    salt <<= ToOUString(Base64Encode(reservation.salt));
+    hash <<= ToOUString(Base64Encode(reservation.hash));
+  }
+  return Any(ToSequence<css::beans::PropertyValue>({
+      Prop("algorithm-name", Any(ToOUString(reservation.algorithm))),
+      Prop("salt", salt),
+      Prop("iteration-count", Any(static_cast<sal_Int32>(reservation.count))),
+      Prop("hash", hash),
+  }));
+}
+
+// A reservation's kind and where the office can write it, for messages.
+std::string KindOfReservation(const WriteReservation& reservation) {
+  if (!reservation.salted()) return "a 16-bit verifier, which only Excel binary and Open XML files keep";
+  if (reservation.pbkdf2()) return "a PBKDF2 hash, which only OpenDocument files keep";
+  return "a " + reservation.algorithm + " hash, which only Open XML and OpenDocument files keep";
+}
+
+}  // namespace
 
 void CalcWorkbook::StoreText(const std::string& temp, const FileFormat& format) {
   const SheetRef active = ActiveSheetRef();
@@ -96,21 +133,40 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
       throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
                                               " cannot be written with a password here");
     // A write reservation is what the office calls a password to modify;
-    // it writes one into Excel's binary formats only.
-    const bool binary = std::strncmp(format->filter, "MS Excel 97", 11) == 0;
+    // it writes one into the workbook formats only.
+    const ReservationStore store = ReservationStoreOf(format->filter);
     const std::string modify_password = options.write_res_password.value_or("");
-    if (!modify_password.empty() && !binary)
+    if (!modify_password.empty() && store == ReservationStore::kNone)
       throw Error(ErrorKind::kAutomation, "file format " + std::to_string(number) +
                                               " cannot be written with a write reservation password here");
-    // Without the argument the workbook keeps the reservation it was opened
-    // with, as Excel keeps a workbook's write password; the office would
-    // drop it. An empty password given removes it.
-    uint32_t verifier = modify_password.empty() ? 0 : ExcelModifyPasswordHash(modify_password);
-    if (!options.write_res_password && binary) verifier = reservation_;
     if (filename.empty()) throw Error(ErrorKind::kAutomation, "no file name");
     std::error_code same_ec;
     if (read_only_ && !path_.empty() && fs::equivalent(filename, path_, same_ec))
       throw Error(ErrorKind::kAutomation, "cannot save over " + path_ + ": it was opened read-only");
+    // Without the argument the workbook keeps the reservation it was opened
+    // with, as Excel keeps a workbook's write password (the office would
+    // drop it); where the format cannot hold that kind, it is made anew
+    // from the password that lifted it, and without that password the save
+    // is refused rather than the protection dropped. An empty password
+    // given removes it. Formats without reservations (text, PDF, ...)
+    // carry none, as in Excel.
+    std::optional<WriteReservation> reservation;
+    std::string reservation_password = reservation_password_;
+    if (!modify_password.empty()) {
+      reservation = NewReservation(store, modify_password);
+      reservation_password = modify_password;
+    } else if (!options.write_res_password && reservation_.reserved() && store != ReservationStore::kNone) {
+      if (reservation_.FitsIn(store))
+        reservation = reservation_;
+      else if (!reservation_password_.empty())
+        reservation = NewReservation(store, reservation_password_);
+      else
+        throw Error(ErrorKind::kAutomation,
+                    "file format " + std::to_string(number) + " cannot keep the write reservation of " + name_ +
+                        " (" + KindOfReservation(reservation_) +
+                        "): open the workbook with its write reservation password, or give the copy one of its own");
+    }
+
     // The dBase writer is the office's database driver, a separate package.
     if (std::strcmp(format->filter, "dBase") == 0 &&
         access((app_->session().program_dir() + "/libdbaselo.so").c_str(), R_OK) != 0)
@@ -130,7 +186,7 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
       std::vector<css::beans::PropertyValue> args{Prop("FilterName", Any(ToOUString(format->filter))),
                                                   Prop("Overwrite", Any(true))};
       if (!password.empty()) args.push_back(Prop("Password", Any(ToOUString(password))));
-      if (verifier != 0) args.push_back(Prop("ModifyPasswordInfo", Any(static_cast<sal_Int32>(verifier))));
+      if (reservation) args.push_back(Prop("ModifyPasswordInfo", ReservationArgument(*reservation)));
       Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
       storable->storeToURL(ToOUString(FileUrl(written)),
                            Sequence<css::beans::PropertyValue>(args.data(), args.size()));
@@ -156,6 +212,13 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
     name_ = fs::path(filename).filename().string();
     path_ = filename;
     format_ = number;
+    if (reservation) {
+      reservation_ = *reservation;
+      reservation_password_ = reservation_password;
+    } else if (options.write_res_password) {
+      reservation_ = {};
+      reservation_password_.clear();
+    }
     Reference<css::util::XModifiable>(component_, UNO_QUERY_THROW)->setModified(false);
   });
 }

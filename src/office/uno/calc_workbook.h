@@ -21,6 +21,7 @@
 #include "office/uno/calc_unborn.h"
 #include "office/uno/calc_worksheet.h"
 #include "office/uno/file_formats.h"
+#include "office/uno/write_reservation.h"
 
 namespace tabulon::office::uno {
 
@@ -141,9 +142,14 @@ class CalcWorkbook : public Workbook {
   // Opened with ReadOnly: changes stay in memory, and a save over its own
   // file is refused, as Excel refuses it.
   void set_read_only(bool value) { read_only_ = value; }
-  // The verifier of the write reservation the workbook was opened with (0:
-  // none), written again by a save that names no reservation of its own.
-  void set_reservation(uint32_t verifier) { reservation_ = verifier; }
+  // The write reservation the workbook was opened with, written again by a
+  // save that names no reservation of its own, and the password that lifted
+  // it (empty when it was opened without), which lets such a save write the
+  // reservation anew in a format that cannot keep it as it is.
+  void set_reservation(WriteReservation reservation, std::string password) {
+    reservation_ = std::move(reservation);
+    reservation_password_ = std::move(password);
+  }
 
  private:
   void StoreText(const std::string& temp, const FileFormat& format);
@@ -164,7 +170,8 @@ class CalcWorkbook : public Workbook {
   int32_t format_;
   bool closed_ = false;
   bool read_only_ = false;
-  uint32_t reservation_ = 0;
+  WriteReservation reservation_;
+  std::string reservation_password_;
   bool display_formulas_ = false;
   bool plain_ = false;
   UnbornState unborn_;

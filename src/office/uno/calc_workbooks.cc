@@ -19,7 +19,7 @@ Workbook& CalcWorkbooks::Open(const std::string& given_name, const OpenOptions& 
     CalcWorkbook& book = app_->Adopt(std::move(loaded.component), fs::path(filename).filename().string(),
                                      filename, loaded.format);
     book.set_read_only(options.read_only.value_or(false) || loaded.reserved);
-    book.set_reservation(loaded.reservation_verifier);
+    book.set_reservation(std::move(loaded.reservation), std::move(loaded.reservation_password));
     return book;
   });
 }
