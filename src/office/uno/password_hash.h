@@ -35,7 +35,9 @@ class Hash {
   Bytes Final();  // the digest; the object is spent
   size_t DigestSize() const;
   static constexpr size_t kMaxBlock = 128;
-  size_t BlockSize() const { return algorithm_ == HashAlgorithm::kSha1 || algorithm_ == HashAlgorithm::kSha256 ? 64 : 128; }
+  size_t BlockSize() const {
+    return algorithm_ == HashAlgorithm::kSha1 || algorithm_ == HashAlgorithm::kSha256 ? 64 : 128;
+  }
 
  private:
   void Compress(const uint8_t* block);

@@ -52,10 +52,14 @@ ReservationStore ReservationStoreOf(const char* filter) {
 
 const char* StoreName(ReservationStore store) {
   switch (store) {
-    case ReservationStore::kBinary: return "Excel binary";
-    case ReservationStore::kOpenXml: return "Open XML";
-    case ReservationStore::kOpenDocument: return "OpenDocument";
-    case ReservationStore::kNone: break;
+    case ReservationStore::kBinary:
+      return "Excel binary";
+    case ReservationStore::kOpenXml:
+      return "Open XML";
+    case ReservationStore::kOpenDocument:
+      return "OpenDocument";
+    case ReservationStore::kNone:
+      break;
   }
   return "no";
 }
@@ -65,8 +69,8 @@ WriteReservation::Verdict WriteReservation::Check(const std::string& password, s
     if (why != nullptr) *why = reason;
     return Verdict::kUncheckable;
   };
-  if (!salted()) return verifier != 0 && ExcelModifyPasswordHash(password) == verifier ? Verdict::kAccepted
-                                                                                          : Verdict::kRejected;
+  if (!salted())
+    return verifier != 0 && ExcelModifyPasswordHash(password) == verifier ? Verdict::kAccepted : Verdict::kRejected;
   if (count > kMaxReservationRounds)
     return uncheckable("its hash asks for " + std::to_string(count) + " rounds, more than " +
                        std::to_string(kMaxReservationRounds));
@@ -86,10 +90,14 @@ WriteReservation::Verdict WriteReservation::Check(const std::string& password, s
 
 bool WriteReservation::FitsIn(ReservationStore store) const {
   switch (store) {
-    case ReservationStore::kBinary: return !salted();
-    case ReservationStore::kOpenXml: return !pbkdf2();
-    case ReservationStore::kOpenDocument: return salted();
-    case ReservationStore::kNone: break;
+    case ReservationStore::kBinary:
+      return !salted();
+    case ReservationStore::kOpenXml:
+      return !pbkdf2();
+    case ReservationStore::kOpenDocument:
+      return salted();
+    case ReservationStore::kNone:
+      break;
   }
   return false;
 }
