@@ -56,14 +56,22 @@
 //   than all, values, formulas (and their number-format variants), throws.
 // - SaveAs with a password writes only formats the office can encrypt (.xls,
 //   .xlt, .ods); any other format asked for a password throws. A write
-//   reservation password on SaveAs is written into Excel's binary formats
-//   (.xls, .xlt) and throws for any other; a save without one keeps the
-//   reservation the workbook was opened with (binary formats only). On Open,
-//   a reserved workbook opens writable with its write reservation password,
-//   read-only without one (edits stay possible, a save over its own file
-//   throws) and throws with a wrong one. Only the binary formats' kind of
-//   reservation can be checked: a password given for a reserved .ods or
-//   .xlsx throws.
+//   reservation password on SaveAs is written into the workbook formats, of
+//   the kind Excel and the office write there: the 16-bit verifier into
+//   .xls/.xlt, SHA-512 spun 100000 times into the Open XML formats, PBKDF2
+//   into .ods; any other format asked for one throws. A save without one
+//   keeps the reservation the workbook was opened with where the target
+//   holds that kind (the verifier: .xls and Open XML; a spun hash: Open XML
+//   and .ods; PBKDF2: .ods only), else makes one of the target's kind from
+//   the write reservation password the workbook was opened with, else
+//   throws ("cannot keep the write reservation"); an empty one removes it;
+//   formats without reservations (text, HTML, PDF, ...) carry none. On
+//   Open, a reserved workbook opens writable with its write reservation
+//   password, read-only without one (edits stay possible, a save over its
+//   own file throws) and throws with a wrong one, for every kind: the
+//   verifier, Open XML's spun SHA-1/256/384/512 and .ods's PBKDF2 (checked
+//   as the office's own SHA-1 computes it). Another hash algorithm, or more
+//   than 10,000,000 rounds, cannot be checked: a password given then throws.
 // - dBase (7, 8, 11) needs the office's database drivers
 //   (libreoffice-base-drivers); without them SaveAs refuses those numbers.
 // - Text outputs with DisplayFormulas on are written from the cells'
