@@ -111,9 +111,11 @@ WriteReservation ReservationOf(const Reference<css::beans::XPropertySet>& settin
       } else if (p.Name == "hash") {
         reservation.hash = HashBytes(p.Value);
       } else if (p.Name == "iteration-count") {
-        sal_Int32 count = 0;
+        // Read wide: a count beyond 32 bits (or below zero) is one that
+        // cannot be checked, not a small one.
+        sal_Int64 count = 0;
         p.Value >>= count;
-        reservation.count = static_cast<uint32_t>(std::max<sal_Int32>(count, 0));
+        reservation.count = count < 0 || count > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(count);
       }
     }
     // A salted reservation without an algorithm's name still reserves the
