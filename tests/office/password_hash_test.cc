@@ -166,17 +166,6 @@ TEST(PasswordHash, TheSpunHashFollowsTheOpenXmlProcedure) {
   EXPECT_EQ(SpunHash(HashAlgorithm::kSha512, Counting(16), password, 0), Digest(HashAlgorithm::kSha512, first));
 }
 
-TEST(PasswordHash, AlgorithmsAreFoundByTheirNamesInFiles) {
-  EXPECT_EQ(HashAlgorithmNamed("SHA-512"), HashAlgorithm::kSha512);
-  EXPECT_EQ(HashAlgorithmNamed("sha512"), HashAlgorithm::kSha512);
-  EXPECT_EQ(HashAlgorithmNamed("SHA-384"), HashAlgorithm::kSha384);
-  EXPECT_EQ(HashAlgorithmNamed("SHA-256"), HashAlgorithm::kSha256);
-  EXPECT_EQ(HashAlgorithmNamed("SHA-1"), HashAlgorithm::kSha1);
-  EXPECT_EQ(HashAlgorithmNamed("MD5"), std::nullopt);
-  EXPECT_EQ(HashAlgorithmNamed("RIPEMD-160"), std::nullopt);
-  EXPECT_EQ(HashAlgorithmNamed(""), std::nullopt);
-}
-
 TEST(PasswordHash, Base64RoundTripsAndRefusesWhatIsNotBase64) {
   for (size_t size = 0; size < 70; ++size) {
     const Bytes data = Counting(size * 7);

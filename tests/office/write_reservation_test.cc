@@ -120,26 +120,6 @@ TEST(WriteReservation, KindsThatCannotBeCheckedSaySo) {
   }
 }
 
-// Where the office writes each kind as it is: the verifier into Excel's
-// binary formats and Open XML, a spun hash into Open XML and OpenDocument,
-// PBKDF2 into OpenDocument alone; nothing into the other formats.
-TEST(WriteReservation, EachKindFitsTheFormatsTheOfficeWritesItInto) {
-  const WriteReservation verifier = Verifier("wr1");
-  const WriteReservation spun = Spun("SHA-512", HashAlgorithm::kSha512, "wr1", 1);
-  const WriteReservation pbkdf2 = Pbkdf2("wr1", 1);
-  using S = ReservationStore;
-  struct Case {
-    ReservationStore store;
-    bool verifier, spun, pbkdf2;
-  };
-  for (const Case &c : {Case{S::kBinary, true, false, false}, Case{S::kOpenXml, true, true, false},
-                        Case{S::kOpenDocument, false, true, true}, Case{S::kNone, false, false, false}}) {
-    EXPECT_EQ(verifier.FitsIn(c.store), c.verifier) << StoreName(c.store);
-    EXPECT_EQ(spun.FitsIn(c.store), c.spun) << StoreName(c.store);
-    EXPECT_EQ(pbkdf2.FitsIn(c.store), c.pbkdf2) << StoreName(c.store);
-  }
-}
-
 TEST(WriteReservation, EveryWorkbookFilterOfTheFormatTableHasItsStore) {
   struct Case {
     int32_t number;
