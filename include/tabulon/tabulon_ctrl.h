@@ -54,6 +54,10 @@ struct ControlOptions {
   // libtabulon_sheet_dialog.so. Empty: the "tabulon" folder beside
   // libtabulon.so.
   std::string dialog_plugin_folder;
+  // OptimizeForSpeed set True starts only the first spreadsheet application;
+  // the second (the copy methods' target) starts when a method first needs
+  // it, and then stays. For hosts that keep many controls warm at once.
+  bool start_second_application_on_demand = false;
 };
 
 // Kills every office process this program started, through any control, and
@@ -76,7 +80,9 @@ class TABULON_EXPORT TabulonCtrl {
   TabulonCtrl& operator=(const TabulonCtrl&) = delete;
 
   // ---- Container events ----
-  // Applies every default (the constructor of a new instance does this).
+  // Applies every default (the constructor of a new instance does this) and
+  // forgets what was found about the office (OfficeFinding is empty again);
+  // an office kept by OptimizeForSpeed is not quit.
   void InitProperties();
   // Reads "msStateFile" into StateFile and "bUseStateFile" into UseStateFile.
   // If UseStateFile is then False, every property is reset to its default
@@ -104,7 +110,9 @@ class TABULON_EXPORT TabulonCtrl {
   std::string get_ErrorString();  // [" "] message of the last failure; never cleared
   void put_ErrorString(const std::string& value);
   // [false] Keep the office running between calls. Setting True starts both
-  // spreadsheet applications and reads back True only if both started;
+  // spreadsheet applications (only the first with
+  // ControlOptions::start_second_application_on_demand) and reads back True
+  // only if they started;
   // setting False quits every office the control holds.
   bool get_OptimizeForSpeed();
   void put_OptimizeForSpeed(bool value);

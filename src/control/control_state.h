@@ -47,6 +47,9 @@ struct TabulonCtrl::State {
   // Where the sheet selection dialog's plug-in is looked for; empty: beside
   // libtabulon.so.
   std::string dialog_plugin_folder;
+  // OptimizeForSpeed leaves the target application to the first method
+  // that needs it.
+  bool second_application_on_demand = false;
 
   // Sets every property to its new-instance default.
   void ResetProperties();

@@ -35,7 +35,8 @@ std::string DefaultStateFilePath() {
 
 TabulonCtrl::State::State(ControlOptions options)
     : session(FactoryOrDefault(options.office), session_flags), text_library(std::move(options.text_library_folder)),
-      dialog_plugin_folder(std::move(options.dialog_plugin_folder)) {}
+      dialog_plugin_folder(std::move(options.dialog_plugin_folder)),
+      second_application_on_demand(options.start_second_application_on_demand) {}
 
 void TabulonCtrl::State::ResetProperties() {
   session_flags.excel_known_installed = false;
@@ -93,7 +94,10 @@ TabulonCtrl::~TabulonCtrl() {
   if (state_->use_state_file) StateFileSave();
 }
 
-void TabulonCtrl::InitProperties() { state_->ResetProperties(); }
+void TabulonCtrl::InitProperties() {
+  state_->ResetProperties();
+  state_->session.ClearFinding();
+}
 
 namespace {
 
@@ -185,7 +189,7 @@ void TabulonCtrl::put_OptimizeForSpeed(bool value) {
     return;
   }
   const bool excel = state_->session.CreateExcel();
-  const bool target = state_->session.CreateExcelTarget();
+  const bool target = state_->second_application_on_demand || state_->session.CreateExcelTarget();
   if (excel && target) state_->session_flags.optimize_for_speed = true;
 }
 

@@ -68,6 +68,31 @@ TEST_F(Session, OptimizeForSpeedKeepsOneOfficePerApplicationUntilSetFalse) {
   EXPECT_TRUE(ChildOfficePids().empty());
 }
 
+TEST_F(Session, OnDemandTheSecondApplicationWaitsForTheMethodThatNeedsIt) {
+  auto factory = Spy();
+  ControlOptions options = With(factory);
+  options.start_second_application_on_demand = true;
+  TabulonCtrl c(options);
+  c.put_OptimizeForSpeed(true);
+  ASSERT_TRUE(c.get_OptimizeForSpeed());
+  EXPECT_EQ(ChildOfficePids().size(), 1u);
+  // A copy between workbooks needs the target application: it starts then,
+  // and stays for the next call.
+  const std::filesystem::path dir = std::filesystem::temp_directory_path() /
+                                    ("tabulon-session-" + std::to_string(getpid()));
+  std::filesystem::create_directories(dir);
+  std::string original = TABULON_SAMPLE, sheet = "1", range = "A1:B2", target = (dir / "t.xlsx").string();
+  std::string target_sheet = "Copy", to = "A1";
+  bool formulas = false, copy_name = false, add_sheets = true;
+  EXPECT_EQ(c.CopySheetData(original, sheet, range, target, target_sheet, to, formulas, copy_name, add_sheets), 0)
+      << c.get_ErrorString() << " " << c.OfficeFinding();
+  EXPECT_EQ(ChildOfficePids().size(), 2u);
+  EXPECT_TRUE(c.get_OptimizeForSpeed());
+  c.put_OptimizeForSpeed(false);
+  EXPECT_TRUE(ChildOfficePids().empty());
+  std::filesystem::remove_all(dir);
+}
+
 TEST_F(Session, SwitchesAreSetInOrderAtCreationAndEventsBackOnBeforeQuit) {
   auto factory = Spy();
   TabulonCtrl c(With(factory));
@@ -125,6 +150,10 @@ TEST_F(Session, AFolderWithoutAnOfficeIsNotInstalled) {
     EXPECT_FALSE(c.get_OptimizeForSpeed());
     EXPECT_FALSE(c.WordIsInstalled());
     EXPECT_EQ(codes, std::vector<int32_t>{-3});
+    // A new instance's state knows nothing of the office yet.
+    EXPECT_NE(c.OfficeFinding(), "");
+    c.InitProperties();
+    EXPECT_EQ(c.OfficeFinding(), "");
   }
   unsetenv("TABULON_OFFICE");
   std::filesystem::remove_all(empty);

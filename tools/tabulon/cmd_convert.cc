@@ -16,10 +16,16 @@
 #include <vector>
 
 #include "command.h"
+#include "convert_parallel.h"
+#include "requests.h"
+#include "worker.h"
+#include "worker_process.h"
 #include "encoding.h"
 #include "formats.h"
 #include "streams.h"
 #include "tabulon/tabulon_ctrl.h"
+
+extern char** environ;
 
 namespace tabulon::cli {
 
@@ -40,6 +46,10 @@ struct ConvertOptions {
   bool json = false;
   std::string encoding = "auto";
   std::string input_password, input_password_tw, output_password, output_password_tw;
+  std::string jobs;  // empty: one per core (one inside a server's worker)
+  // Set by convert -j for each file it hands to a worker: the one file's
+  // JSON comes as a part of the whole run's (convert_parallel.h).
+  bool json_part = false;
 };
 
 // A range the office can take: A1, A1:C10, A:C, 1:3 (with or without $),
@@ -142,6 +152,54 @@ class OutputsBefore {
   std::map<std::string, Stamp> stamps_;
 };
 
+std::string JsonArray(const std::vector<std::string>& values) {
+  std::string array = "[";
+  for (size_t i = 0; i < values.size(); ++i) array += (i > 0 ? "," : "") + JsonString(values[i]);
+  return array + "]";
+}
+
+// The run of convert -j: one convert command line per source, into the
+// folder made for them, with the options as given (the passwords as
+// settings, out of the command line).
+ParallelConvert Parallel(const ConvertOptions& o, const Format& format, const std::vector<std::string>& sources,
+                         const std::string& folder, int jobs) {
+  std::vector<std::string> words = {"convert", "--sheets=" + o.sheets, "--format=" + std::to_string(format.number),
+                                    "--encoding=" + o.encoding};
+  if (o.formulas) words.push_back("--formulas");
+  if (o.multi_file) words.push_back("--multi-file");
+  if (!o.range.empty()) words.push_back("--range=" + o.range);
+  if (!o.delimiter.empty()) words.push_back("--delimiter=" + o.delimiter);
+  if (o.skip_empty) words.push_back("--skip-empty");
+  if (o.report) words.push_back("--report");
+  if (o.json) {
+    words.push_back("--json");
+    words.push_back("--json-part");
+  }
+  words.push_back("--jobs=1");
+  words.push_back("--");
+  ParallelConvert run;
+  run.jobs = jobs;
+  run.json = o.json;
+  run.progress = !o.json && isatty(STDERR_FILENO);
+  for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
+    const std::string entry = *e;
+    if (entry.rfind("TABULON_", 0) == 0 && entry.find("PASSWORD") != std::string::npos) continue;
+    const size_t equals = entry.find('=');
+    if (equals != std::string::npos && IsClientSetting(entry.substr(0, equals))) run.env.push_back(entry);
+  }
+  if (!o.input_password.empty()) run.env.push_back("TABULON_INPUT_PASSWORD=" + o.input_password);
+  if (!o.input_password_tw.empty()) run.env.push_back("TABULON_INPUT_PASSWORD_TW=" + o.input_password_tw);
+  for (const std::string& source : sources) {
+    std::vector<std::string> line = words;
+    line.push_back(Absolute(source));
+    line.push_back(folder + "/");
+    run.command_lines.push_back(line);
+    run.sources.push_back(Absolute(source));
+    run.output_names.push_back(fs::path(Absolute(source)).stem().string());
+  }
+  return run;
+}
+
 int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   std::optional<Format> format;
   if (!o.format.empty()) {
@@ -198,6 +256,10 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
   if (!IsRange(o.range))
     return UsageError("convert", "-r: '" + o.range + "' is not a range such as A1:C10, A:C or 1:3");
   if (!KnownEncoding(o.encoding)) return UsageError("convert", "--encoding: unknown encoding '" + o.encoding + "'");
+  std::string jobs_error;
+  const auto jobs =
+      ParseNumber(o.jobs.empty() ? std::to_string(InWorker() ? 1 : CoreCount()) : o.jobs, 1, 64, jobs_error);
+  if (!jobs) return UsageError("convert", "-j: " + jobs_error);
   for (const std::string& path : o.paths) {
     if (path == "-") continue;
     if (const std::string problem = PathProblem(Absolute(path)); !problem.empty())
@@ -210,19 +272,26 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
         return UsageError("convert", Escaped(name) + ": " + problem);
     }
   }
-  if (into_folder) {
-    // The folder the outputs go into is made here: the conversion saves
-    // only into folders that exist, as Excel does.
-    ec.clear();
-    std::filesystem::create_directories(destination, ec);
-    if (ec) {
-      Err() << "tabulon: convert: cannot make the folder " << destination << ": " << ec.message() << "\n";
+  // The folder the outputs go into is made here (the conversion saves only
+  // into folders that exist, as Excel does), and removed again when nothing
+  // was written into it.
+  MadeFolders made;
+  if (!to_stdout && !special) {
+    std::string error;
+    if (!made.Make(into_folder ? destination : fs::path(destination).parent_path().string(), error)) {
+      Err() << "tabulon: convert: " << error << "\n";
       return kExitFailure;
     }
+  }
+  if (several && *jobs > 1) {
+    const int status = RunParallelConvert(Parallel(o, *format, sources, destination, static_cast<int>(*jobs)));
+    made.RemoveEmpty();
+    return status;
   }
 
   ApplyConvertProperties(control, o, delimiter);
   int32_t last_code = 0;
+  bool converted_any = false;
   control.AdviseOnError([](int32_t&, std::string&) {});
   // One warm office for every source (a batch may have one already).
   const bool warm_before = control.get_OptimizeForSpeed();
@@ -268,6 +337,7 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     bool formulas = o.formulas;
     const OutputsBefore before(target);
     last_code = control.OpenXLSSaveAs(source, sheets, target, type, formulas);
+    converted_any = true;
     if (progress) Err() << "\r\x1b[K" << std::flush;
     const auto shown = [&](const std::string& text) {
       std::string t = ReplaceAll(text, source, user_source);
@@ -329,7 +399,15 @@ int RunConvert(TabulonCtrl& control, const ConvertOptions& o) {
     }
   }
   if (several && !warm_before) control.put_OptimizeForSpeed(false);
-  if (o.json) {
+  if (all_files.empty()) made.RemoveEmpty();
+  if (o.json_part) {
+    JsonPart part;
+    part.code = converted_any ? std::to_string(last_code) : "-";
+    part.files = JsonArray(all_files);
+    part.sheets = JsonArray(all_sheets);
+    part.failures = failures + "]";
+    Out() << FormatJsonPart(part);
+  } else if (o.json) {
     Out() << JsonObject()
                  .Add("command", "convert")
                  .Add("code", exit_code == 0 ? 0 : last_code)
@@ -439,6 +517,12 @@ void AddConversionCommands(CLI::App& parser, std::vector<Command>& commands) {
       ->envname("TABULON_OUTPUT_PASSWORD_TW");
   convert_cmd->add_flag("--report", convert->report, "List the files created and the sheets converted");
   AddJsonFlag(*convert_cmd, convert->json);
+  convert_cmd
+      ->add_option("-j,--jobs", convert->jobs,
+                   "Convert several sources on N offices at once (default: one per core; 1: one after another "
+                   "on one office)")
+      ->type_name("N");
+  convert_cmd->add_flag("--json-part", convert->json_part, "")->group("");
   commands.push_back({convert_cmd, [convert](TabulonCtrl& control) { return RunConvert(control, *convert); }});
 
   auto book = std::make_shared<std::string>();

@@ -191,6 +191,12 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
       "Run 'tabulon help <command>' for a command's arguments and options.");
   app.fallthrough(false);
 
+  // Read by main before the command (client.h); here only for the help.
+  std::string server_socket;
+  app.add_option("--server", server_socket,
+                 "Run the command on the tabulon serve listening at this socket (also: TABULON_SERVER)")
+      ->type_name("SOCKET");
+
   std::string help_topic;
   CLI::App* help = app.add_subcommand("help", "Show the usage of a command, or the list of commands");
   help->add_option("command", help_topic, "The command to describe");
@@ -208,7 +214,11 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
   // Find the command word first, so that a misspelt one or an unknown
   // option is named as such rather than as a missing argument.
   size_t first = 0;
-  while (first < args.size() && args[first].size() > 1 && args[first][0] == '-') ++first;
+  while (first < args.size() && args[first].size() > 1 && args[first][0] == '-') {
+    if (args[first] == "--server") ++first;  // and its socket
+    ++first;
+  }
+  first = std::min(first, args.size());
   if (CheckOptions(app, nullptr, std::vector<std::string>(args.begin(), args.begin() + first)) != kExitSuccess)
     return kExitUsage;
   CLI::App* named = nullptr;
@@ -240,6 +250,10 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
     return kExitUsage;
   }
 
+  if (!server_socket.empty()) {
+    Err() << "tabulon: --server goes first on the command line itself\n";
+    return kExitUsage;
+  }
   const std::string name = app.get_subcommands().empty() ? "tabulon" : app.get_subcommands().front()->get_name();
   try {
     if (help->parsed()) return Help(app, help_topic);
@@ -262,6 +276,17 @@ int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control) {
     return kExitFailure;
   }
   return kExitUsage;
+}
+
+int RunCommandLineGuarded(const std::vector<std::string>& args, TabulonCtrl& control) {
+  try {
+    return RunCommandLine(args, control);
+  } catch (const std::exception& e) {
+    Err() << "tabulon: " << Escaped(e.what()) << "\n";
+  } catch (...) {
+    Err() << "tabulon: unexpected failure\n";
+  }
+  return kExitFailure;
 }
 
 std::string Escaped(const std::string& text) {

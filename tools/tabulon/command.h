@@ -63,6 +63,9 @@ class ScopedIo {
 // subcommand they name on `control`; returns the exit status. Usage errors
 // and help go to stderr and stdout as the parser prints them.
 int RunCommandLine(const std::vector<std::string>& args, TabulonCtrl& control);
+// RunCommandLine, with anything it throws reported on Err() as a failure
+// ("tabulon: <what>", exit status 1), as the program's own main does.
+int RunCommandLineGuarded(const std::vector<std::string>& args, TabulonCtrl& control);
 
 // "tabulon: <command>: <code> <message>" on stderr; returns kExitFailure.
 // Control characters of the message are shown escaped.

@@ -68,7 +68,7 @@ void Man(CLI::App& app, std::ostream& out) {
     out << ".SS " << Roff(Synopsis(*command)) << "\n" << Roff(command->get_description()) << "\n";
     if (!command->get_footer().empty()) out << ".PP\n" << Roff(command->get_footer()) << "\n";
     for (const CLI::Option* o : command->get_options()) {
-      if (o->get_lnames() == std::vector<std::string>{"help"}) continue;
+      if (o->get_lnames() == std::vector<std::string>{"help"} || o->get_group().empty()) continue;
       std::string name = o->get_positional() ? o->get_name() : o->get_name(false, true);
       if (o->get_positional()) {
         for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -96,7 +96,8 @@ void Bash(CLI::App& app, std::ostream& out) {
   out << "--help --version\" -- \"$cur\"))\n    return\n  fi\n  local options=\n  case \"$command\" in\n";
   for (CLI::App* command : Visible(app)) {
     out << "    " << command->get_name() << ") options=\"";
-    for (const CLI::Option* o : command->get_options([](const CLI::Option* o) { return o->nonpositional(); })) {
+    for (const CLI::Option* o :
+         command->get_options([](const CLI::Option* o) { return o->nonpositional() && !o->get_group().empty(); })) {
       for (const std::string& l : o->get_lnames()) out << "--" << l << " ";
       for (const std::string& s : o->get_snames()) out << "-" << s << " ";
     }

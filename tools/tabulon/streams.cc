@@ -39,6 +39,36 @@ std::string TempFolder::Path(std::string& error) {
   return path_;
 }
 
+bool MadeFolders::Make(const std::string& folder, std::string& error) {
+  std::error_code ec;
+  std::vector<std::string> missing;
+  fs::path start = fs::path(folder).lexically_normal();
+  if (!start.has_filename()) start = start.parent_path();  // "out/"
+  for (fs::path p = start; !p.empty() && !fs::exists(fs::symlink_status(p, ec)); p = p.parent_path()) {
+    missing.insert(missing.begin(), p.string());
+    if (p == p.parent_path()) break;
+  }
+  for (const std::string& path : missing) {
+    const bool made = fs::create_directory(path, ec);
+    if (ec) {
+      error = "cannot make the folder " + path + ": " + ec.message();
+      RemoveEmpty();
+      return false;
+    }
+    if (made) made_.push_back(path);  // else another process made it meanwhile
+  }
+  return true;
+}
+
+void MadeFolders::RemoveEmpty() {
+  for (auto it = made_.rbegin(); it != made_.rend(); ++it) {
+    std::error_code ec;
+    if (!fs::is_empty(*it, ec) || ec) break;
+    fs::remove(*it, ec);
+  }
+  made_.clear();
+}
+
 std::string TextSource(const std::string& given, TempFolder& temp, const std::string& name, std::string& error) {
   if (given != "-") return Absolute(given);
   const std::string folder = temp.Path(error);

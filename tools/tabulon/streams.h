@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace tabulon::cli {
 
@@ -23,6 +24,20 @@ class TempFolder {
 
  private:
   std::string path_;
+};
+
+// The folders made for a target whose folder was not there yet, so that
+// they can be removed again when nothing was written into them.
+class MadeFolders {
+ public:
+  // Makes `folder` with its missing parents. False with `error` set when
+  // it cannot be made.
+  bool Make(const std::string& folder, std::string& error);
+  // Removes the folders made, deepest first, as long as they are empty.
+  void RemoveEmpty();
+
+ private:
+  std::vector<std::string> made_;  // outermost first
 };
 
 // The source of a text command: "-" is standard input, saved to a file
