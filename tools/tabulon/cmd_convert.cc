@@ -17,6 +17,7 @@
 
 #include "command.h"
 #include "convert_parallel.h"
+#include "json_part.h"
 #include "requests.h"
 #include "worker.h"
 #include "worker_process.h"

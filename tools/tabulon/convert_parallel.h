@@ -30,16 +30,4 @@ struct ParallelConvert {
 
 int RunParallelConvert(const ParallelConvert& run);
 
-// The end of what `convert --json-part` prints for its one file: the code
-// of its conversion ("-" when it never got that far), then the JSON arrays
-// of the files written, the sheets converted and the failures.
-struct JsonPart {
-  std::string code = "-";
-  std::string files = "[]", sheets = "[]", failures = "[]";
-};
-std::string FormatJsonPart(const JsonPart& part);
-// Splits a file's standard output into what it printed first and its part;
-// false when no part ends it.
-bool SplitJsonPart(const std::string& out, std::string& before, JsonPart& part);
-
 }  // namespace tabulon::cli

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -236,6 +237,7 @@ class Server {
     CloseAll(stray);
     if (message.type == kWarmMessage && slot.state == Slot::State::kStarting && !message.fields.empty()) {
       slot.warm = message.fields[0] == "1";
+      if (message.fields.size() > 2) slot.office_kb = std::atol(message.fields[2].c_str());
       if (!slot.warm) {
         Err() << "tabulon: serve: office " << slot.number << " could not start"
               << (message.fields.size() > 1 && !message.fields[1].empty() ? ": " + Escaped(message.fields[1]) : "")
@@ -404,7 +406,8 @@ class Server {
          << " queued\n";
     for (const auto& s : slots_) {
       text << "office " << s->number << ": worker " << s->process.pid() << ", " << StateName(s->state) << ", "
-           << s->jobs << " jobs, " << s->office_kb / 1024 << " MB" << (s->warm ? "" : ", no office") << "\n";
+           << s->jobs << " jobs, " << s->office_kb / 1024 << " MB"
+           << (s->warm || s->state == Slot::State::kStarting ? "" : ", no office") << "\n";
     }
     return text.str();
   }

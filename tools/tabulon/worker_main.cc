@@ -68,7 +68,8 @@ class Worker {
   int Run() {
     control_.put_OptimizeForSpeed(true);
     const bool warm = control_.get_OptimizeForSpeed();
-    if (!SendFrame(channel_, Message{kWarmMessage, {warm ? "1" : "0", control_.OfficeFinding()}})) return 1;
+    const Message hello{kWarmMessage, {warm ? "1" : "0", control_.OfficeFinding(), std::to_string(OfficeMemoryKb())}};
+    if (!SendFrame(channel_, hello)) return 1;
     FrameReader reader;
     for (;;) {
       const FrameReader::State state = reader.ReadWhole(channel_);
