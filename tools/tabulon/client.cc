@@ -63,15 +63,15 @@ int ForwardToServer(const std::string& socket, const std::vector<std::string>& a
   const RunRequest request{std::filesystem::current_path(ec).string(), args, ClientSettings()};
   const bool sent = SendFrame(fd, EncodeRun(request), streams);
   CloseAll(opened);
-  if (!sent) {
-    close(fd);
-    return CannotReach(command, socket, "the server closed the connection");
-  }
+  // A server that refuses a client says why before it closes: read that
+  // even when the request could not be sent whole.
   FrameReader reader;
   const FrameReader::State state = reader.ReadWhole(fd);
   close(fd);
   RunResult result;
-  if (state != FrameReader::State::kComplete || !DecodeDone(reader.TakeMessage(), result, error)) {
+  const bool answered = state == FrameReader::State::kComplete && DecodeDone(reader.TakeMessage(), result, error);
+  if (!answered && !sent) return CannotReach(command, socket, "the server closed the connection");
+  if (!answered) {
     Err() << "tabulon: " << command << ": the server at " << socket << " ended without saying how the command ended\n";
     return kExitFailure;
   }
