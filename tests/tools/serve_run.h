@@ -103,8 +103,9 @@ class Server {
                    std::chrono::seconds(180)) &&
              Read(process_.err_file).find("tabulon: serve: ready " + socket_ + "\n") != std::string::npos;
   }
+  // Stopped as a script would stop it: its offices are gone when it is.
   ~Server() {
-    if (process_.pid > 0) Stop(SIGKILL);
+    if (process_.pid > 0) Stop(SIGTERM);
   }
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
