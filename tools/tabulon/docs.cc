@@ -53,7 +53,7 @@ std::string Synopsis(CLI::App& command) {
 void Man(CLI::App& app, std::ostream& out) {
   out << ".TH TABULON 1 \"\" \"tabulon " << TABULON_VERSION << "\" \"User Commands\"\n"
       << ".SH NAME\ntabulon \\- " << Roff("jobs on spreadsheet and delimited text files") << "\n"
-      << ".SH SYNOPSIS\n.B tabulon\n.I command\n[options] [arguments]\n"
+      << ".SH SYNOPSIS\n.B tabulon\n[\\-\\-server\n.IR socket ]\n.I command\n[options] [arguments]\n"
       << ".SH DESCRIPTION\n"
       << Roff(
              "Where a command runs a method of the control by another name, the method is named in "
@@ -82,7 +82,9 @@ void Man(CLI::App& app, std::ostream& out) {
       << Roff(
              "TABULON_INPUT_PASSWORD, TABULON_INPUT_PASSWORD_TW, TABULON_OUTPUT_PASSWORD, "
              "TABULON_OUTPUT_PASSWORD_TW: the passwords of the commands that take them, kept out of the "
-             "process list.")
+             "process list.\nTABULON_SERVER: the socket of a running tabulon serve; every command but help, "
+             "serve, status and pick runs there and prints what it prints here (as --server does). A server "
+             "that cannot be reached is a failure.")
       << "\n";
 }
 
@@ -93,7 +95,7 @@ void Bash(CLI::App& app, std::ostream& out) {
       << "  if [[ $COMP_CWORD -eq 1 ]]; then\n"
       << "    COMPREPLY=($(compgen -W \"";
   for (CLI::App* command : Visible(app)) out << command->get_name() << " ";
-  out << "--help --version\" -- \"$cur\"))\n    return\n  fi\n  local options=\n  case \"$command\" in\n";
+  out << "--help --version --server\" -- \"$cur\"))\n    return\n  fi\n  local options=\n  case \"$command\" in\n";
   for (CLI::App* command : Visible(app)) {
     out << "    " << command->get_name() << ") options=\"";
     for (const CLI::Option* o :

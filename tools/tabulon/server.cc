@@ -537,6 +537,9 @@ class Server {
 }  // namespace
 
 int Serve(const ServeOptions& options) {
+  // A log reader that went away (serve 2>&1 | head) must not end the
+  // server; the workers get the default back when they start.
+  signal(SIGPIPE, SIG_IGN);
   Server server(options);
   return server.Run();
 }

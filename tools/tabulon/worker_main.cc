@@ -61,7 +61,7 @@ void Reset(TabulonCtrl& control) {
 
 class Worker {
  public:
-  explicit Worker(int channel) : channel_(channel), control_(Options()) {
+  explicit Worker(int channel) : channel_(channel), control_(Options()), own_settings_(ClientSettings()) {
     for (int fd = 0; fd < 3; ++fd) own_fds_[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 10);
   }
 
@@ -134,6 +134,8 @@ class Worker {
     for (int fd = 0; fd < 3; ++fd) {
       if (own_fds_[fd] >= 0) dup2(own_fds_[fd], fd);
     }
+    // The caller's passwords stay no longer than its command.
+    ApplySettings(own_settings_);
     if (chdir("/") != 0) {
     }
     return result;
@@ -142,6 +144,7 @@ class Worker {
   int channel_;
   TabulonCtrl control_;
   int own_fds_[3] = {-1, -1, -1};
+  std::vector<std::string> own_settings_;
 };
 
 // Field `index` (1-based, as proc(5) counts) of /proc/<pid>/stat.
