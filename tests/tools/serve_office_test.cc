@@ -196,6 +196,22 @@ TEST_F(ServeOffice, AClientKilledMidCommandTakesTheCommandWithIt) {
   EXPECT_EQ(next.exit_code, 0) << next.err;
 }
 
+TEST_F(ServeOffice, AClientStoppedBySigtermEndsOnceItsCommandHasStopped) {
+  const Process client = Client({"ExecuteMacro", "macros.fods", "t.xls", "Forever"}, "stopped");
+  const pid_t worker = BusyWorker();
+  ASSERT_GT(worker, 0);
+  pid_t office = -1;
+  ASSERT_TRUE(Until([&] { return (office = OfficeOf(worker)) > 0; }, seconds(10)));
+  kill(client.pid, SIGTERM);
+  const int status = WaitFor(client.pid);
+  // It ends by its signal, as it would without a server, and only after
+  // the work it started is gone.
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  EXPECT_TRUE(Gone(worker));
+  EXPECT_TRUE(Gone(office));
+  EXPECT_EQ(Read(client.err_file), "");
+}
+
 TEST(ServeOfficeStop, SigtermQuitsEveryOfficeAndLeavesNothing) {
   Folder dir("tabulon-serve-stop-");
   fs::copy_file(TABULON_SAMPLE, dir / "book.xlsx");

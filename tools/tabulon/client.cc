@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -19,6 +20,35 @@ namespace {
 std::string& ServerOptionValue() {
   static std::string value;
   return value;
+}
+
+// A termination signal while the command runs: the client closes its end,
+// which stops the command on the server, waits to hear that it has stopped
+// (its office is gone), and then ends by that signal, as the command line
+// does without a server.
+volatile sig_atomic_t connection = -1;
+volatile sig_atomic_t stopped_by = 0;
+
+void OnTermination(int signal_number) {
+  if (stopped_by == 0) stopped_by = signal_number;
+  if (connection >= 0) shutdown(connection, SHUT_WR);
+}
+
+void CatchTermination() {
+  struct sigaction action {};
+  action.sa_handler = OnTermination;
+  sigemptyset(&action.sa_mask);
+  for (const int s : {SIGINT, SIGTERM, SIGHUP}) {
+    // One that the client was started with ignored stays ignored.
+    struct sigaction current {};
+    if (sigaction(s, nullptr, &current) == 0 && current.sa_handler == SIG_IGN) continue;
+    sigaction(s, &action, nullptr);
+  }
+}
+
+void EndBy(int signal_number) {
+  signal(signal_number, SIG_DFL);
+  raise(signal_number);
 }
 
 int CannotReach(const std::string& command, const std::string& socket, const std::string& reason) {
@@ -61,25 +91,26 @@ int ForwardToServer(const std::string& socket, const std::vector<std::string>& a
   }
   std::error_code ec;
   const RunRequest request{std::filesystem::current_path(ec).string(), args, ClientSettings()};
+  connection = fd;
+  CatchTermination();
   const bool sent = SendFrame(fd, EncodeRun(request), streams);
   CloseAll(opened);
   // A server that refuses a client says why before it closes: read that
   // even when the request could not be sent whole.
   FrameReader reader;
   const FrameReader::State state = reader.ReadWhole(fd);
-  close(fd);
   RunResult result;
   const bool answered = state == FrameReader::State::kComplete && DecodeDone(reader.TakeMessage(), result, error);
+  connection = -1;
+  close(fd);
+  if (stopped_by != 0) EndBy(stopped_by);
   if (!answered && !sent) return CannotReach(command, socket, "the server closed the connection");
   if (!answered) {
     Err() << "tabulon: " << command << ": the server at " << socket << " ended without saying how the command ended\n";
     return kExitFailure;
   }
   if (!result.message.empty()) Err() << result.message << std::flush;
-  if (result.signal != 0) {
-    signal(result.signal, SIG_DFL);
-    raise(result.signal);
-  }
+  if (result.signal != 0) EndBy(result.signal);
   return result.status;
 }
 

@@ -56,6 +56,9 @@ struct Slot {
   FrameReader reader;
   State state = State::kStarting;
   Conn* job = nullptr;
+  // The client that left while this worker ran its command: told once the
+  // worker (and its office) is gone.
+  Conn* abandoned_by = nullptr;
   long jobs = 0;
   long office_kb = 0;
   bool warm = false;
@@ -64,7 +67,7 @@ struct Slot {
 };
 
 struct Conn {
-  enum class State { kReading, kQueued, kRunning };
+  enum class State { kReading, kQueued, kRunning, kStopping };
   int fd = -1;
   FrameReader reader;
   State state = State::kReading;
@@ -214,6 +217,10 @@ class Server {
       Slot& slot = **it;
       int status = 0;
       if (slot.state == Slot::State::kEnding && slot.process.Reaped(status)) {
+        if (slot.abandoned_by != nullptr) {
+          SendFrame(slot.abandoned_by->fd, EncodeDone(RunResult{kExitFailure, 0, "", 0}));
+          DropConn(slot.abandoned_by);
+        }
         it = slots_.erase(it);
         continue;
       }
@@ -354,6 +361,8 @@ class Server {
     queue_.push_back(conn);
   }
 
+  // A client that closed its end (it was killed, or stopped by a signal
+  // and waits to hear that its command is stopped).
   void ClientGone(Conn* conn) {
     if (conn->state == Conn::State::kRunning) {
       for (auto& slot : slots_) {
@@ -362,8 +371,13 @@ class Server {
               << " went away; its command is stopped and the office replaced\n";
         slot->job = nullptr;
         EndSlot(*slot, false, "");
+        slot->abandoned_by = conn;
+        conn->state = Conn::State::kStopping;
+        return;
       }
     }
+    if (conn->state == Conn::State::kStopping) return;
+    SendFrame(conn->fd, EncodeDone(RunResult{kExitFailure, 0, "", 0}));
     DropConn(conn);
   }
 
@@ -455,6 +469,7 @@ class Server {
     }
     std::vector<Conn*> conn_of;
     for (auto& c : conns_) {
+      if (c->state == Conn::State::kStopping) continue;  // it has gone already
       fds.push_back({c->fd, static_cast<short>(POLLIN | POLLRDHUP), 0});
       conn_of.push_back(c.get());
     }
@@ -498,7 +513,7 @@ class Server {
   void Shutdown() {
     listener_.Close();
     for (auto& c : conns_) {
-      if (c->state != Conn::State::kReading) {
+      if (c->state == Conn::State::kQueued || c->state == Conn::State::kRunning) {
         SendFrame(c->fd, EncodeDone(RunResult{kExitFailure, 0,
                                               "tabulon: " + c->command + ": the server stopped before the command "
                                               "finished\n",
