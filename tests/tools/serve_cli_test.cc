@@ -4,6 +4,7 @@
 // offices that die or hang, clients that go away, convert -j.
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -11,8 +12,6 @@
 #include <fstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "frames.h"
 #include "requests.h"
@@ -49,8 +48,9 @@ class ServeContract : public ::testing::Test {
   // The same command line run directly, through --server and through
   // TABULON_SERVER, in `cwd`, with `prepare` run before each: all three
   // results.
-  static std::vector<Result> ThreeWays(const std::string& args, const std::string& cwd,
-                                       const std::string& env = "", const std::function<void()>& prepare = [] {}) {
+  static std::vector<Result> ThreeWays(
+      const std::string& args, const std::string& cwd, const std::string& env = "",
+      const std::function<void()>& prepare = [] {}) {
     const std::string cd = "cd " + Quoted(cwd) + " && " + env + " ";
     std::vector<Result> results;
     prepare();
@@ -85,9 +85,9 @@ TEST_F(ServeContract, ACommandPrintsAndEndsAsItDoesWithoutAServer) {
     std::string env;
   } cases[] = {
       {"csvTrimCSVFile in.csv sub/out.csv && cat sub/out.csv", 0, ""},  // relative paths, a file written
-      {"csvTrimCSVFile - - < in.csv", 0, ""},                          // standard input to standard output
-      {"csvTrimCSVFile big.csv -", 0, ""},                             // more than any buffer
-      {"csvTrimCSVFile in.csv /dev/stdout", 0, ""},                    // the client's own stdout by name
+      {"csvTrimCSVFile - - < in.csv", 0, ""},                           // standard input to standard output
+      {"csvTrimCSVFile big.csv -", 0, ""},                              // more than any buffer
+      {"csvTrimCSVFile in.csv /dev/stdout", 0, ""},                     // the client's own stdout by name
       {"csvTrimCSVFile missing.csv out.csv", 1, ""},
       {"csvTrimCSVFile --json missing.csv out.csv", 1, ""},
       {"nosuch in.csv", 2, ""},
@@ -125,8 +125,7 @@ TEST_F(ServeContract, AServerThatCannotBeReachedIsAFailureNamingItsSocket) {
         std::string(TABULON_CLI) + " --server=" + socket + " csvTrimCSVFile in.csv out.csv"}) {
     const Result r = Shell("cd " + work + " && " + script);
     EXPECT_EQ(r.exit_code, 1) << script;
-    EXPECT_EQ(r.err, "tabulon: csvTrimCSVFile: cannot reach the server at " + socket +
-                         ": No such file or directory\n");
+    EXPECT_EQ(r.err, "tabulon: csvTrimCSVFile: cannot reach the server at " + socket + ": No such file or directory\n");
     EXPECT_TRUE(r.out.empty());
     EXPECT_FALSE(fs::exists(work + "/out.csv")) << "the command ran here instead";
   }
@@ -164,8 +163,7 @@ TEST_F(ServeContract, TheSocketIsPrivateAndTakenByOneServerOnly) {
   chmod(open_folder.c_str(), 0777);
   const Result open = Shell(std::string(TABULON_CLI) + " serve --offices 1 --socket " + open_folder + "/s.sock");
   EXPECT_EQ(open.exit_code, 1);
-  EXPECT_NE(open.err.find("the folder " + open_folder + " (mode 0777) is not private"), std::string::npos)
-      << open.err;
+  EXPECT_NE(open.err.find("the folder " + open_folder + " (mode 0777) is not private"), std::string::npos) << open.err;
   EXPECT_TRUE(fs::is_empty(open_folder));
 
   const Result bad = Shell(std::string(TABULON_CLI) + " serve --offices 0 --socket " + open_folder + "/s.sock");
@@ -294,8 +292,7 @@ TEST_F(ServeContract, AnotherUserIsRefused) {
   Result r = AsAnotherUser(args);
   if (r.exit_code == 120 || r.exit_code == 121) GTEST_SKIP() << "cannot run the command line as nobody here";
   EXPECT_EQ(r.exit_code, 1);
-  EXPECT_NE(r.err.find("cannot reach the server at " + server_->socket() + ": Permission denied"),
-            std::string::npos)
+  EXPECT_NE(r.err.find("cannot reach the server at " + server_->socket() + ": Permission denied"), std::string::npos)
       << r.err;
   // Even with the folder and the socket opened up, the server checks who
   // is calling.

@@ -1,12 +1,12 @@
 // tabulon serve on real offices: the same results as the command line
 // without a server, two clients at once, offices that die or hang, clients
 // that go away, a clean stop; and convert -j.
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <set>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "serve_run.h"
 
@@ -96,9 +96,9 @@ TEST_F(ServeOffice, ACommandPrintsAndEndsAsItDoesWithoutAServer) {
   } cases[] = {
       {"convert book.xlsx out.csv && cat out.csv", 0},
       {"convert -m --report book.xlsx deep/dir/b.csv", 0},  // a missing folder made
-      {"convert --json -s 9 book.xlsx out.csv", 1},          // -11
-      {"convert -t csv -s 2 book.xlsx -", 0},                // data on standard output
-      {"convert -s 1 book.xlsx /dev/stdout", 0},             // the client's own stdout by name
+      {"convert --json -s 9 book.xlsx out.csv", 1},         // -11
+      {"convert -t csv -s 2 book.xlsx -", 0},               // data on standard output
+      {"convert -s 1 book.xlsx /dev/stdout", 0},            // the client's own stdout by name
       {"sheets --json book.xlsx", 0},
       {"sheets book.xlsx Nowhere", 1},
       {"convert bad.xlsx out.csv", 1},  // the office's own finding on a second line
@@ -161,8 +161,7 @@ TEST_F(ServeOffice, AKilledOfficeFailsOnlyItsCommandAndThePoolGoesOn) {
   const std::string err = Read(client.err_file);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << " " << err;
   EXPECT_NE(err.find("tabulon: ExecuteMacro: office: "), std::string::npos) << err;
-  EXPECT_NE(err.find("the office died (it was killed by signal 9"), std::string::npos)
-      << err;
+  EXPECT_NE(err.find("the office died (it was killed by signal 9"), std::string::npos) << err;
   // The same worker goes on with a new office.
   const Result next = server_->Run("sheets book.xlsx", work_);
   EXPECT_EQ(next.exit_code, 0) << next.err;
@@ -248,8 +247,8 @@ TEST_F(ConvertJobs, ResultsComeInTheOrderOfTheSourcesAndFailuresAtTheEnd) {
   for (const char* name : {"a.xlsx", "b.xlsx", "c.xlsx"}) fs::copy_file(TABULON_SAMPLE, Path(name));
   std::ofstream(Path("bad.xlsx")) << "not a workbook\n";
   const std::string sources = "a.xlsx bad.xlsx b.xlsx missing.xlsx c.xlsx";
-  for (const std::string& options : {std::string("-t csv"), std::string("-t csv --json"),
-                                     std::string("-t csv -m --report")}) {
+  for (const std::string& options :
+       {std::string("-t csv"), std::string("-t csv --json"), std::string("-t csv -m --report")}) {
     fs::remove_all(Path("one"));
     fs::remove_all(Path("two"));
     const Result one = Convert(options + " -j 1 " + sources + " one");
@@ -259,7 +258,8 @@ TEST_F(ConvertJobs, ResultsComeInTheOrderOfTheSourcesAndFailuresAtTheEnd) {
     // The same text but for the folder's name.
     std::string expected_out = one.out, expected_err = one.err;
     for (std::string* text : {&expected_out, &expected_err}) {
-      for (size_t at; (at = text->find(Path("one"))) != std::string::npos;) text->replace(at, Path("one").size(), Path("two"));
+      for (size_t at; (at = text->find(Path("one"))) != std::string::npos;)
+        text->replace(at, Path("one").size(), Path("two"));
     }
     EXPECT_EQ(two.out, expected_out) << options;
     EXPECT_EQ(two.err, expected_err) << options;

@@ -2,13 +2,12 @@
 // in them: whole or byte by byte, with descriptors, and refused when
 // malformed or too large.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "frames.h"
 #include "json_part.h"

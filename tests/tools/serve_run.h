@@ -96,11 +96,14 @@ class Server {
     std::filesystem::create_directories(tmp_);
     env.push_back("TMPDIR=" + tmp_);
     env_ = env;
-    process_ = StartTabulon({"serve", "--socket", socket_, "--offices", std::to_string(offices)}, folder_, env_,
-                            "serve");
-    ready_ = Until([&] { return Read(process_.err_file).find("tabulon: serve: ready ") != std::string::npos ||
-                                waitpid(process_.pid, &early_status_, WNOHANG) == process_.pid; },
-                   std::chrono::seconds(180)) &&
+    process_ =
+        StartTabulon({"serve", "--socket", socket_, "--offices", std::to_string(offices)}, folder_, env_, "serve");
+    ready_ = Until(
+                 [&] {
+                   return Read(process_.err_file).find("tabulon: serve: ready ") != std::string::npos ||
+                          waitpid(process_.pid, &early_status_, WNOHANG) == process_.pid;
+                 },
+                 std::chrono::seconds(180)) &&
              Read(process_.err_file).find("tabulon: serve: ready " + socket_ + "\n") != std::string::npos;
   }
   // Stopped as a script would stop it: its offices are gone when it is.

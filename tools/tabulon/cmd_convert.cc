@@ -17,14 +17,14 @@
 
 #include "command.h"
 #include "convert_parallel.h"
-#include "json_part.h"
-#include "requests.h"
-#include "worker.h"
-#include "worker_process.h"
 #include "encoding.h"
 #include "formats.h"
+#include "json_part.h"
+#include "requests.h"
 #include "streams.h"
 #include "tabulon/tabulon_ctrl.h"
+#include "worker.h"
+#include "worker_process.h"
 
 extern char** environ;
 

@@ -53,8 +53,9 @@ void AddServeCommands(CLI::App& parser, std::vector<Command>& commands) {
   serve->add_option("--offices", o->offices, "Offices in the pool (default: one per core)")->type_name("N");
   serve->add_option("--jobs-per-office", o->jobs, "Replace an office after this many commands (default 1000)")
       ->type_name("N");
-  serve->add_option("--memory-limit", o->memory,
-                    "Replace an office whose processes hold more than this many MB (default 2048)")
+  serve
+      ->add_option("--memory-limit", o->memory,
+                   "Replace an office whose processes hold more than this many MB (default 2048)")
       ->type_name("MB");
   serve->add_flag("--status", o->status, "Print the status of the server running at the socket, as status does");
   serve->add_flag("--json", o->json, "With --status: print it as one JSON object");
@@ -68,8 +69,7 @@ void AddServeCommands(CLI::App& parser, std::vector<Command>& commands) {
   AddJsonFlag(*status, *status_json);
   commands.push_back({status, [status_socket, status_json](TabulonCtrl&) {
                         return PrintServerStatus(
-                            ChosenSocketPath(!status_socket->empty() ? *status_socket : ServerOption()),
-                            *status_json);
+                            ChosenSocketPath(!status_socket->empty() ? *status_socket : ServerOption()), *status_json);
                       }});
 }
 

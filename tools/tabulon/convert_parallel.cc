@@ -253,9 +253,9 @@ class Run {
 
   void PrintJson(int status) {
     Out() << "{" << JsonString("command") << ":" << JsonString("convert") << "," << JsonString("code") << ":"
-          << (status == kExitSuccess ? std::string("0") : last_code_) << "," << JsonString("files") << ":"
-          << all_files_ << "," << JsonString("sheets") << ":" << all_sheets_ << "," << JsonString("failures")
-          << ":" << all_failures_ << "}\n"
+          << (status == kExitSuccess ? std::string("0") : last_code_) << "," << JsonString("files") << ":" << all_files_
+          << "," << JsonString("sheets") << ":" << all_sheets_ << "," << JsonString("failures") << ":" << all_failures_
+          << "}\n"
           << std::flush;
   }
 

@@ -58,9 +58,9 @@ bool DecodeRun(const Message& message, RunRequest& request, std::string& error) 
 }
 
 Message EncodeDone(const RunResult& result) {
-  return Message{kDoneMessage,
-                 {std::to_string(result.status), std::to_string(result.signal), result.message,
-                  std::to_string(result.office_kb)}};
+  return Message{
+      kDoneMessage,
+      {std::to_string(result.status), std::to_string(result.signal), result.message, std::to_string(result.office_kb)}};
 }
 
 bool DecodeDone(const Message& message, RunResult& result, std::string& error) {
@@ -91,7 +91,8 @@ std::vector<std::string> ClientSettings() {
   std::vector<std::string> settings;
   for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
     const char* equals = std::strchr(*e, '=');
-    if (equals != nullptr && IsClientSetting(std::string(*e, static_cast<size_t>(equals - *e)))) settings.emplace_back(*e);
+    if (equals != nullptr && IsClientSetting(std::string(*e, static_cast<size_t>(equals - *e))))
+      settings.emplace_back(*e);
   }
   return settings;
 }

@@ -10,11 +10,11 @@
 namespace tabulon::cli {
 
 // Message types.
-inline constexpr char kRunMessage = 'R';     // client -> server -> worker, with stdin, stdout, stderr
-inline constexpr char kStatusMessage = 'S';  // client -> server
-inline constexpr char kDoneMessage = 'D';    // worker -> server -> client
+inline constexpr char kRunMessage = 'R';         // client -> server -> worker, with stdin, stdout, stderr
+inline constexpr char kStatusMessage = 'S';      // client -> server
+inline constexpr char kDoneMessage = 'D';        // worker -> server -> client
 inline constexpr char kStatusTextMessage = 'T';  // server -> client
-inline constexpr char kWarmMessage = 'W';    // worker -> its parent, once at start
+inline constexpr char kWarmMessage = 'W';        // worker -> its parent, once at start
 
 // The first field of every request, so that a client and a server of
 // different builds tell each other so instead of misreading each other.

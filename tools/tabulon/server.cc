@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <memory>
@@ -83,10 +83,14 @@ struct Conn {
 
 const char* StateName(Slot::State state) {
   switch (state) {
-    case Slot::State::kStarting: return "starting";
-    case Slot::State::kIdle: return "idle";
-    case Slot::State::kBusy: return "busy";
-    case Slot::State::kEnding: return "ending";
+    case Slot::State::kStarting:
+      return "starting";
+    case Slot::State::kIdle:
+      return "idle";
+    case Slot::State::kBusy:
+      return "busy";
+    case Slot::State::kEnding:
+      return "ending";
   }
   return "";
 }
@@ -289,10 +293,9 @@ class Server {
     const int fd = accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) return;
     if (!PeerIsOwnUser(fd)) {
-      SendFrame(fd, EncodeDone(RunResult{kExitFailure, 0,
-                                         "tabulon: the server at " + options_.socket +
-                                             " serves only the user it runs as\n",
-                                         0}));
+      SendFrame(fd, EncodeDone(RunResult{
+                        kExitFailure, 0,
+                        "tabulon: the server at " + options_.socket + " serves only the user it runs as\n", 0}));
       close(fd);
       return;
     }
@@ -383,8 +386,8 @@ class Server {
 
   void Dispatch() {
     while (!queue_.empty()) {
-      auto free = std::find_if(slots_.begin(), slots_.end(),
-                               [](const auto& s) { return s->state == Slot::State::kIdle; });
+      auto free =
+          std::find_if(slots_.begin(), slots_.end(), [](const auto& s) { return s->state == Slot::State::kIdle; });
       if (free == slots_.end()) return;
       Slot& slot = **free;
       Conn* conn = queue_.front();
@@ -504,8 +507,8 @@ class Server {
   }
 
   milliseconds Timeout() const {
-    const bool ending = std::any_of(slots_.begin(), slots_.end(),
-                                    [](const auto& s) { return s->state == Slot::State::kEnding; });
+    const bool ending =
+        std::any_of(slots_.begin(), slots_.end(), [](const auto& s) { return s->state == Slot::State::kEnding; });
     if (ending || Live() < options_.offices) return milliseconds(50);
     return milliseconds(1000);
   }
@@ -515,8 +518,9 @@ class Server {
     for (auto& c : conns_) {
       if (c->state == Conn::State::kQueued || c->state == Conn::State::kRunning) {
         SendFrame(c->fd, EncodeDone(RunResult{kExitFailure, 0,
-                                              "tabulon: " + c->command + ": the server stopped before the command "
-                                              "finished\n",
+                                              "tabulon: " + c->command +
+                                                  ": the server stopped before the command "
+                                                  "finished\n",
                                               0}));
       }
     }

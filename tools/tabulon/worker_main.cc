@@ -38,7 +38,8 @@ void ApplySettings(const std::vector<std::string>& env) {
   std::vector<std::string> names;
   for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
     const char* equals = std::strchr(*e, '=');
-    if (equals != nullptr && IsClientSetting(std::string(*e, static_cast<size_t>(equals - *e)))) names.emplace_back(*e, static_cast<size_t>(equals - *e));
+    if (equals != nullptr && IsClientSetting(std::string(*e, static_cast<size_t>(equals - *e))))
+      names.emplace_back(*e, static_cast<size_t>(equals - *e));
   }
   for (const std::string& name : names) unsetenv(name.c_str());
   for (const std::string& entry : env) {
