@@ -319,6 +319,26 @@ TEST_F(ServeContract, AMissingTargetFolderIsMadeOnlyForWhatIsWritten) {
   EXPECT_FALSE(fs::exists(work + "/made"));
 }
 
+TEST_F(ServeContract, AWorkerIsReplacedAfterItsNumberOfJobs) {
+  Folder dir("tabulon-serve-jobs-");
+  Server server(dir / "", 1, {"TABULON_OFFICE=/nonexistent/office"}, {"--jobs-per-office", "2"});
+  ASSERT_TRUE(server.ready()) << server.log();
+  std::vector<pid_t> workers;
+  for (int i = 0; i < 5; ++i) {
+    const Result r = server.Run("csvTrimCSVFile - - < /dev/null", dir / "");
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    ASSERT_TRUE(Until([&] { return Offices(server.StatusJson()).size() == 1; }, seconds(10)));
+    workers.push_back(Offices(server.StatusJson())[0].worker);
+  }
+  // Two jobs on each worker: a new one after the second and the fourth.
+  EXPECT_NE(workers[1], workers[0]);
+  EXPECT_EQ(workers[2], workers[1]);
+  EXPECT_NE(workers[3], workers[2]);
+  EXPECT_EQ(workers[4], workers[3]);
+  EXPECT_NE(server.log().find("tabulon: serve: office 1 did 2 jobs; starting another\n"), std::string::npos)
+      << server.log();
+}
+
 // Runs last in this suite: the server's stop.
 TEST_F(ServeContract, ZStopsCleanlyOnSigtermAndSigint) {
   for (const int signal_number : {SIGTERM, SIGINT}) {

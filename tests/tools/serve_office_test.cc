@@ -230,6 +230,25 @@ TEST(ServeOfficeStop, SigtermQuitsEveryOfficeAndLeavesNothing) {
   EXPECT_FALSE(fs::exists(server.socket()));
 }
 
+TEST(ServeOfficeStop, AnOfficePastTheMemoryLimitIsReplaced) {
+  Folder dir("tabulon-serve-memory-");
+  fs::copy_file(TABULON_SAMPLE, dir / "book.xlsx");
+  // Any office holds more than the smallest limit.
+  Server server(dir / "", 1, {}, {"--memory-limit", "64"});
+  ASSERT_TRUE(server.ready()) << server.log();
+  const pid_t before = Offices(server.StatusJson())[0].worker;
+  const Result r = server.Run("sheets book.xlsx", dir / "");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_TRUE(Until(
+      [&] {
+        const auto offices = Offices(server.StatusJson());
+        return offices.size() == 1 && offices[0].worker != before;
+      },
+      seconds(10)));
+  EXPECT_NE(server.log().find("tabulon: serve: office 1 holds "), std::string::npos) << server.log();
+  EXPECT_TRUE(Gone(before));
+}
+
 // ---- convert -j ----
 
 class ConvertJobs : public ::testing::Test {

@@ -91,13 +91,15 @@ inline int WaitFor(pid_t pid) {
 // own there (tmp), so that what it leaves behind can be seen.
 class Server {
  public:
-  Server(const std::string& folder, int offices, std::vector<std::string> env = {})
+  Server(const std::string& folder, int offices, std::vector<std::string> env = {},
+         const std::vector<std::string>& options = {})
       : folder_(Trimmed(folder)), socket_(folder_ + "/run/serve.sock"), tmp_(folder_ + "/tmp") {
     std::filesystem::create_directories(tmp_);
     env.push_back("TMPDIR=" + tmp_);
     env_ = env;
-    process_ =
-        StartTabulon({"serve", "--socket", socket_, "--offices", std::to_string(offices)}, folder_, env_, "serve");
+    std::vector<std::string> args = {"serve", "--socket", socket_, "--offices", std::to_string(offices)};
+    args.insert(args.end(), options.begin(), options.end());
+    process_ = StartTabulon(args, folder_, env_, "serve");
     ready_ = Until(
                  [&] {
                    return Read(process_.err_file).find("tabulon: serve: ready ") != std::string::npos ||
