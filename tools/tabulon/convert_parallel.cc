@@ -60,6 +60,7 @@ class Run {
     const size_t count = files_.size();
     const size_t workers = std::min<size_t>(static_cast<size_t>(std::max(run_.jobs, 1)), count);
     for (size_t i = 0; i < workers; ++i) AddRunner();
+    ShowProgress();
     while (finished_ < count) {
       StartFree();
       if (runners_.empty()) {
@@ -238,11 +239,14 @@ class Run {
       ++printed_;
     }
     Out() << std::flush;
-    if (run_.progress && finished_ < files_.size()) {
-      Err() << "\r[" << finished_ << "/" << files_.size() << " done] converting on " << runners_.size()
-            << " offices\x1b[K" << std::flush;
-      progress_shown_ = true;
-    }
+    ShowProgress();
+  }
+
+  void ShowProgress() {
+    if (!run_.progress || finished_ >= files_.size()) return;
+    Err() << "\r[" << finished_ << "/" << files_.size() << " done] converting on " << runners_.size()
+          << " offices\x1b[K" << std::flush;
+    progress_shown_ = true;
   }
 
   void ClearProgress() {
