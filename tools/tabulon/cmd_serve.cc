@@ -47,9 +47,11 @@ void AddServeCommands(CLI::App& parser, std::vector<Command>& commands) {
       "Keep a pool of warm offices and run the commands that clients send (tabulon --server SOCKET "
       "COMMAND..., or TABULON_SERVER=SOCKET) until SIGTERM or SIGINT; prints \"tabulon: serve: ready SOCKET\" "
       "on standard error once it takes commands");
-  serve->add_option("--socket", o->socket,
-                    "The socket (default: --server, TABULON_SERVER, else $XDG_RUNTIME_DIR/tabulon/serve.sock "
-                    "or $TMPDIR/tabulon-UID/serve.sock)");
+  serve
+      ->add_option("--socket", o->socket,
+                   "The socket (default: --server, TABULON_SERVER, else $XDG_RUNTIME_DIR/tabulon/serve.sock "
+                   "or $TMPDIR/tabulon-UID/serve.sock)")
+      ->type_name("SOCKET");
   serve->add_option("--offices", o->offices, "Offices in the pool (default: one per core)")->type_name("N");
   serve->add_option("--jobs-per-office", o->jobs, "Replace an office after this many commands (default 1000)")
       ->type_name("N");
@@ -65,7 +67,7 @@ void AddServeCommands(CLI::App& parser, std::vector<Command>& commands) {
   auto status_json = std::make_shared<bool>(false);
   CLI::App* status = parser.add_subcommand(
       "status", "Show the pool of a running tabulon serve: its offices, the jobs done and the queue");
-  status->add_option("--server", *status_socket, "The server's socket (default: as for serve)");
+  status->add_option("--server", *status_socket, "The server's socket (default: as for serve)")->type_name("SOCKET");
   AddJsonFlag(*status, *status_json);
   commands.push_back({status, [status_socket, status_json](TabulonCtrl&) {
                         return PrintServerStatus(
