@@ -100,6 +100,8 @@ TEST_F(ServeContract, ACommandPrintsAndEndsAsItDoesWithoutAServer) {
       {"sheets in.csv", 1, ""},
       {"batch lines.txt < in.csv", 2, ""},
       {"help convert", 0, ""},
+      // The caller's file mode mask for what the command writes.
+      {"csvTrimCSVFile in.csv sub/out.csv && stat -c %a sub/out.csv", 0, "umask 077 &&"},
   };
   for (const auto& c : cases) {
     const std::vector<Result> r = ThreeWays(c.args, work, c.env, [&] { fs::remove(work + "/sub/out.csv"); });
@@ -232,9 +234,9 @@ TEST_F(ServeContract, MalformedRequestsAreRefusedAndTheServerGoesOn) {
   } cases[] = {
       {std::string("\x7f\xff\xff\xff", 4), {}, "larger than the limit"},
       {EncodeFrame(Message{'R', {"x"}}), {}, "not a command line"},
-      {EncodeFrame(Message{'R', {"tabulon-serve-0", "/", "0"}}), {}, "the client speaks tabulon-serve-0"},
-      {EncodeFrame(EncodeRun(RunRequest{"/", {"csvTrimCSVFile", "-", "-"}, {}})), {}, "standard streams"},
-      {EncodeFrame(EncodeRun(RunRequest{"/", {"x"}, {"LD_PRELOAD=/x.so"}})), {0, 1, 2}, "'LD_PRELOAD' is not"},
+      {EncodeFrame(Message{'R', {"tabulon-serve-0", "/", "18", "0"}}), {}, "the client speaks tabulon-serve-0"},
+      {EncodeFrame(EncodeRun(RunRequest{"/", 022, {"csvTrimCSVFile", "-", "-"}, {}})), {}, "standard streams"},
+      {EncodeFrame(EncodeRun(RunRequest{"/", 022, {"x"}, {"LD_PRELOAD=/x.so"}})), {0, 1, 2}, "'LD_PRELOAD' is not"},
   };
   for (const auto& c : cases) {
     const auto r = Raw(s, c.frame, c.fds);
@@ -311,10 +313,12 @@ TEST_F(ServeContract, AMissingTargetFolderIsMadeOnlyForWhatIsWritten) {
   fs::create_directories(work);
   std::ofstream(work + "/in.csv") << "a\n";
   // Nothing to write (no source): no folder is left behind.
-  const Result r = Shell("cd " + work + " && " + TABULON_CLI + " convert nothere.xlsx new/deeper/out.csv");
+  // No office is needed to find that the sources are missing.
+  const std::string run = "cd " + work + " && TABULON_OFFICE=" + *dir_ / "no-office" + " " + TABULON_CLI;
+  const Result r = Shell(run + " convert nothere.xlsx new/deeper/out.csv");
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_FALSE(fs::exists(work + "/new"));
-  const Result several = Shell("cd " + work + " && " + TABULON_CLI + " convert -t csv a.xlsx b.xlsx made/");
+  const Result several = Shell(run + " convert -t csv a.xlsx b.xlsx made/");
   EXPECT_EQ(several.exit_code, 1);
   EXPECT_FALSE(fs::exists(work + "/made"));
 }

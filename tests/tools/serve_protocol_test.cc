@@ -155,11 +155,12 @@ TEST_F(SocketPair, AnEndBetweenFramesIsClosedAndInsideOneIsAnError) {
 }
 
 TEST(Requests, ACommandLineComesBackWithItsFolderAndSettings) {
-  const RunRequest sent{"/work/here", {"convert", "-", "a b.xlsx"}, {"TABULON_INPUT_PASSWORD=p=q", "HOME=/h"}};
+  const RunRequest sent{"/work/here", 077, {"convert", "-", "a b.xlsx"}, {"TABULON_INPUT_PASSWORD=p=q", "HOME=/h"}};
   RunRequest back;
   std::string error;
   ASSERT_TRUE(DecodeRun(EncodeRun(sent), back, error)) << error;
   EXPECT_EQ(back.working_folder, sent.working_folder);
+  EXPECT_EQ(back.umask, 077);
   EXPECT_EQ(back.args, sent.args);
   EXPECT_EQ(back.env, sent.env);
 }
@@ -170,15 +171,16 @@ TEST(Requests, RequestsThatCannotBeRunAreRefusedWithTheReason) {
     Message message;
     std::string says;
   } cases[] = {
-      {with({"tabulon-serve-0", "/w", "0"}), "the client speaks tabulon-serve-0"},
-      {with({kProtocolVersion, "relative", "0"}), "not an absolute path"},
-      {with({kProtocolVersion, "/w", "3", "a"}), "'3' words"},
-      {with({kProtocolVersion, "/w", "x"}), "'x' words"},
-      {with({kProtocolVersion, "/w", "-1"}), "'-1' words"},
-      {with({kProtocolVersion, "/w", "0", "PATH=/bin"}), "'PATH' is not a setting"},
-      {with({kProtocolVersion, "/w", "0", "TABULON_OFFICE=/x"}), "'TABULON_OFFICE' is not a setting"},
-      {with({kProtocolVersion}), "not a command line"},
-      {Message{kStatusMessage, {kProtocolVersion, "/w", "0"}}, "not a command line"},
+      {with({"tabulon-serve-0", "/w", "18", "0"}), "the client speaks tabulon-serve-0"},
+      {with({kProtocolVersion, "relative", "18", "0"}), "not an absolute path"},
+      {with({kProtocolVersion, "/w", "18", "3", "a"}), "'3' words"},
+      {with({kProtocolVersion, "/w", "18", "x"}), "'x' words"},
+      {with({kProtocolVersion, "/w", "18", "-1"}), "'-1' words"},
+      {with({kProtocolVersion, "/w", "512", "0"}), "mask of '512'"},
+      {with({kProtocolVersion, "/w", "18", "0", "PATH=/bin"}), "'PATH' is not a setting"},
+      {with({kProtocolVersion, "/w", "18", "0", "TABULON_OFFICE=/x"}), "'TABULON_OFFICE' is not a setting"},
+      {with({kProtocolVersion, "/w", "18"}), "not a command line"},
+      {Message{kStatusMessage, {kProtocolVersion, "/w", "18", "0"}}, "not a command line"},
   };
   for (const auto& c : cases) {
     RunRequest request;

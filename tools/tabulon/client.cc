@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -90,7 +91,9 @@ int ForwardToServer(const std::string& socket, const std::vector<std::string>& a
     }
   }
   std::error_code ec;
-  const RunRequest request{std::filesystem::current_path(ec).string(), args, ClientSettings()};
+  RunRequest request{std::filesystem::current_path(ec).string(), 022, args, ClientSettings()};
+  request.umask = static_cast<int>(umask(0));
+  umask(static_cast<mode_t>(request.umask));
   connection = fd;
   CatchTermination();
   const bool sent = SendFrame(fd, EncodeRun(request), streams);

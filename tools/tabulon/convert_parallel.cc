@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -119,7 +120,10 @@ class Run {
       r->err_fd = memfd_create("tabulon-err", MFD_CLOEXEC);
       const int in_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
       std::error_code ec;
-      const RunRequest request{std::filesystem::current_path(ec).string(), run_.command_lines[file], run_.env};
+      const mode_t mask = umask(0);
+      umask(mask);
+      const RunRequest request{std::filesystem::current_path(ec).string(), static_cast<int>(mask),
+                               run_.command_lines[file], run_.env};
       const bool sent = r->out_fd >= 0 && r->err_fd >= 0 && in_fd >= 0 &&
                         SendFrame(r->process.channel(), EncodeRun(request), {in_fd, r->out_fd, r->err_fd});
       if (in_fd >= 0) close(in_fd);

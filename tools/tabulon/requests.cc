@@ -19,7 +19,9 @@ bool ParseInt(const std::string& text, long& value) {
 }  // namespace
 
 Message EncodeRun(const RunRequest& request) {
-  Message m{kRunMessage, {kProtocolVersion, request.working_folder, std::to_string(request.args.size())}};
+  Message m{
+      kRunMessage,
+      {kProtocolVersion, request.working_folder, std::to_string(request.umask), std::to_string(request.args.size())}};
   m.fields.insert(m.fields.end(), request.args.begin(), request.args.end());
   m.fields.insert(m.fields.end(), request.env.begin(), request.env.end());
   return m;
@@ -27,7 +29,7 @@ Message EncodeRun(const RunRequest& request) {
 
 bool DecodeRun(const Message& message, RunRequest& request, std::string& error) {
   const auto& f = message.fields;
-  if (message.type != kRunMessage || f.size() < 3) {
+  if (message.type != kRunMessage || f.size() < 4) {
     error = "not a command line";
     return false;
   }
@@ -35,9 +37,13 @@ bool DecodeRun(const Message& message, RunRequest& request, std::string& error) 
     error = "the client speaks " + f[0] + ", the server " + kProtocolVersion;
     return false;
   }
-  long count = 0;
-  if (!ParseInt(f[2], count) || count < 0 || static_cast<size_t>(count) > f.size() - 3) {
-    error = "a command line of '" + f[2] + "' words";
+  long mask = 0, count = 0;
+  if (!ParseInt(f[2], mask) || mask < 0 || mask > 0777) {
+    error = "a file mode mask of '" + f[2] + "'";
+    return false;
+  }
+  if (!ParseInt(f[3], count) || count < 0 || static_cast<size_t>(count) > f.size() - 4) {
+    error = "a command line of '" + f[3] + "' words";
     return false;
   }
   if (f[1].empty() || f[1][0] != '/') {
@@ -45,8 +51,9 @@ bool DecodeRun(const Message& message, RunRequest& request, std::string& error) 
     return false;
   }
   request.working_folder = f[1];
-  request.args.assign(f.begin() + 3, f.begin() + 3 + count);
-  request.env.assign(f.begin() + 3 + count, f.end());
+  request.umask = static_cast<int>(mask);
+  request.args.assign(f.begin() + 4, f.begin() + 4 + count);
+  request.env.assign(f.begin() + 4 + count, f.end());
   for (const std::string& entry : request.env) {
     const size_t equals = entry.find('=');
     if (equals == std::string::npos || !IsClientSetting(entry.substr(0, equals))) {

@@ -21,10 +21,12 @@ inline constexpr char kWarmMessage = 'W';        // worker -> its parent, once a
 inline constexpr const char* kProtocolVersion = "tabulon-serve-1";
 
 // A command line run for someone else: its words (without the program's
-// name), the folder its relative paths are taken from, and the settings of
-// the caller's environment that commands read (ClientSettings).
+// name), the folder its relative paths are taken from, the caller's file
+// mode mask, and the settings of the caller's environment that commands read
+// (ClientSettings).
 struct RunRequest {
   std::string working_folder;
+  int umask = 022;
   std::vector<std::string> args;
   std::vector<std::string> env;  // "NAME=value"
 };

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -112,6 +113,9 @@ class Worker {
   RunResult RunOne(const RunRequest& request, const std::vector<int>& fds) {
     ApplySettings(request.env);
     Reset(control_);
+    // What the command writes itself gets the caller's permissions (the
+    // office's own writes keep the mask the server started with).
+    const mode_t own_mask = umask(static_cast<mode_t>(request.umask));
     if (chdir(request.working_folder.c_str()) != 0) {
       // A folder the worker cannot enter: paths are still taken from it.
     }
@@ -137,6 +141,7 @@ class Worker {
     }
     // The caller's passwords stay no longer than its command.
     ApplySettings(own_settings_);
+    umask(own_mask);
     if (chdir("/") != 0) {
     }
     return result;
