@@ -24,6 +24,8 @@ namespace tabulon::cli {
 namespace {
 
 std::mutex registry_mutex;
+// Set once the program is ending: no worker is started after that.
+bool ending = false;
 std::set<pid_t>& Registry() {
   static auto* pids = new std::set<pid_t>();  // used until the very end
   return *pids;
@@ -83,6 +85,14 @@ bool WorkerProcess::Start(std::string& error) {
   argv.push_back(nullptr);
   pid_t pid = -1;
   std::lock_guard<std::mutex> lock(registry_mutex);
+  if (ending) {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    close(ends[0]);
+    close(ends[1]);
+    error = "the program is ending";
+    return false;
+  }
   const int spawned = posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
@@ -156,6 +166,7 @@ void TerminateEveryWorker() {
   std::vector<pid_t> pids;
   {
     std::lock_guard<std::mutex> lock(registry_mutex);
+    ending = true;
     pids.assign(Registry().begin(), Registry().end());
   }
   for (const pid_t pid : pids) kill(pid, SIGTERM);

@@ -46,7 +46,8 @@ class WorkerProcess {
 };
 
 // Sends SIGTERM to every worker this process started that still runs and
-// waits for them (briefly), for the program's termination signal handling.
+// waits for them (briefly), for the program's termination signal handling;
+// no worker starts after it.
 void TerminateEveryWorker();
 
 // The cores this process may run on (at least 1).
