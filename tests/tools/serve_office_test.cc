@@ -306,6 +306,52 @@ TEST_F(ConvertJobs, OfTwoSourcesOfOneNameTheLaterWritesLast) {
   EXPECT_EQ(Read(Path("out/a.csv")), "second\r\n");
 }
 
+// The worker processes (tabulon __worker) that `parent` started.
+std::vector<pid_t> WorkersOf(pid_t parent) {
+  std::vector<pid_t> workers;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename().string();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    const std::string stat = Read((entry.path() / "stat").string());
+    const size_t paren = stat.rfind(')');
+    pid_t ppid = 0;
+    if (paren == std::string::npos || sscanf(stat.c_str() + paren + 2, "%*c %d", &ppid) != 1 || ppid != parent)
+      continue;
+    if (Read((entry.path() / "cmdline").string()).find(std::string("__worker") + '\0') != std::string::npos)
+      workers.push_back(std::stoi(name));
+  }
+  return workers;
+}
+
+TEST_F(ConvertJobs, ATerminatedRunEndsItsWorkersAndOfficesFirst) {
+  std::vector<std::string> all = {"convert", "-j", "2", "-t", "csv"};
+  for (int i = 0; i < 20; ++i) {
+    fs::copy_file(TABULON_SAMPLE, Path("b" + std::to_string(i) + ".xlsx"));
+    all.push_back("b" + std::to_string(i) + ".xlsx");
+  }
+  all.push_back("out");
+  fs::create_directories(Path("tmp"));
+  const Process run = StartTabulon(all, dir_ / "", {"TMPDIR=" + Path("tmp")}, "run");
+  std::vector<pid_t> offices;
+  std::vector<pid_t> workers;
+  ASSERT_TRUE(Until(
+      [&] {
+        workers = WorkersOf(run.pid);
+        offices.clear();
+        for (const pid_t w : workers) {
+          if (const pid_t o = OfficeOf(w); o > 0) offices.push_back(o);
+        }
+        return workers.size() == 2 && offices.size() == 2;
+      },
+      seconds(120)));
+  kill(run.pid, SIGTERM);
+  const int status = WaitFor(run.pid);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  for (const pid_t p : workers) EXPECT_TRUE(Gone(p)) << "worker " << p;
+  for (const pid_t p : offices) EXPECT_TRUE(Until([&] { return Gone(p); }, seconds(2))) << "office " << p;
+  EXPECT_TRUE(fs::is_empty(Path("tmp")));
+}
+
 TEST_F(ConvertJobs, AMissingTargetFolderIsMade) {
   fs::copy_file(TABULON_SAMPLE, Path("book.xlsx"));
   const Result r = Convert("-s 1 book.xlsx missing/dir/out.csv");
