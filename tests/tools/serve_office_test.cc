@@ -265,8 +265,8 @@ TEST_F(ConvertJobs, ResultsComeInTheOrderOfTheSourcesAndFailuresAtTheEnd) {
   for (const char* name : {"a.xlsx", "b.xlsx", "c.xlsx"}) fs::copy_file(TABULON_SAMPLE, Path(name));
   std::ofstream(Path("bad.xlsx")) << "not a workbook\n";
   const std::string sources = "a.xlsx bad.xlsx b.xlsx missing.xlsx c.xlsx";
-  for (const std::string& options :
-       {std::string("-t csv"), std::string("-t csv --json"), std::string("-t csv -m --report")}) {
+  // Both result lists on stdout, and the one JSON object of the run.
+  for (const std::string& options : {std::string("-t csv -m --report"), std::string("-t csv --json")}) {
     fs::remove_all(Path("one"));
     fs::remove_all(Path("two"));
     const Result one = Convert(options + " -j 1 " + sources + " one");
@@ -282,14 +282,11 @@ TEST_F(ConvertJobs, ResultsComeInTheOrderOfTheSourcesAndFailuresAtTheEnd) {
     EXPECT_EQ(two.out, expected_out) << options;
     EXPECT_EQ(two.err, expected_err) << options;
   }
-  // Written: the three workbooks' files, nothing for the two failures.
+  // Written (by the last run): the three workbooks' files, nothing for the
+  // two failures.
   std::set<std::string> written;
   for (const auto& entry : fs::directory_iterator(Path("two"))) written.insert(entry.path().filename().string());
-  std::set<std::string> expected;
-  for (const char* stem : {"a", "b", "c"}) {
-    for (const char* sheet : {"North", "South", "Notes"}) expected.insert(std::string(stem) + "-" + sheet + ".csv");
-  }
-  EXPECT_EQ(written, expected);
+  EXPECT_EQ(written, (std::set<std::string>{"a.csv", "b.csv", "c.csv"}));
   const Result plain = Convert("-j 2 -t csv a.xlsx b.xlsx plain");
   EXPECT_EQ(plain.exit_code, 0) << plain.err;
   EXPECT_EQ(plain.out, Path("plain/a.csv") + "\n" + Path("plain/b.csv") + "\n");

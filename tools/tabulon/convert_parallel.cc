@@ -183,6 +183,9 @@ class Run {
   // A worker that died (with its office): the file it ran fails, and
   // another worker takes its place while files are left.
   void Lost(Runner& r) {
+    // The workers end because the program does (a termination signal):
+    // nothing is to be reported, the signal thread ends the program.
+    while (ProgramEnding()) pause();
     r.process.CloseChannel();
     r.process.TerminateAndWait(std::chrono::seconds(2));
     if (r.file >= 0) {

@@ -186,6 +186,11 @@ void TerminateEveryWorker() {
   }
 }
 
+bool ProgramEnding() {
+  std::lock_guard<std::mutex> lock(registry_mutex);
+  return ending;
+}
+
 int CoreCount() {
   cpu_set_t set;
   if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0) return CPU_COUNT(&set);

@@ -50,6 +50,10 @@ class WorkerProcess {
 // no worker starts after it.
 void TerminateEveryWorker();
 
+// True once TerminateEveryWorker has begun: the program is ending by a
+// termination signal.
+bool ProgramEnding();
+
 // The cores this process may run on (at least 1).
 int CoreCount();
 
