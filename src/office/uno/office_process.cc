@@ -25,6 +25,8 @@
 #include <rtl/digest.h>
 #include <rtl/ustring.hxx>
 
+#include "office/uno/profile_cache.h"
+
 extern char** environ;
 
 namespace tabulon::office::uno {
@@ -146,12 +148,6 @@ std::string StartTimeOf(pid_t pid) {
   return field;
 }
 
-// "<pid>-<start time>-": the owner part of this program's profile names.
-const std::string& OwnerTag() {
-  static const std::string tag = std::to_string(getpid()) + "-" + StartTimeOf(getpid()) + "-";
-  return tag;
-}
-
 fs::path TempBase() {
   std::error_code ec;
   fs::path base = fs::temp_directory_path(ec);
@@ -159,10 +155,8 @@ fs::path TempBase() {
 }
 
 // The office names its single-instance pipe after an MD5 of the profile URL
-// (UTF-16 code units, hex digits without padding); its accept pipe has our
-// name. Both stay in the pipe folders after a kill, and even after a clean
-// exit.
-void RemovePipeFiles(const std::string& pipe_name, const std::string& profile_dir) {
+// (UTF-16 code units, hex digits without padding).
+std::string SingleInstancePipeName(const std::string& profile_dir) {
   const std::string url8 = "file://" + profile_dir;
   const rtl::OUString url(url8.data(), static_cast<sal_Int32>(url8.size()), RTL_TEXTENCODING_UTF8);
   sal_uInt8 digest[RTL_DIGEST_LENGTH_MD5];
@@ -173,14 +167,19 @@ void RemovePipeFiles(const std::string& pipe_name, const std::string& profile_di
     snprintf(buf, sizeof buf, "%x", static_cast<unsigned>(b));
     hash += buf;
   }
-  const std::string uid = std::to_string(getuid());
-  for (const char* dir : {"/tmp", "/var/tmp"}) {
-    for (const std::string& name : {pipe_name, "SingleOfficeIPC_" + hash}) {
-      std::error_code ec;
-      fs::remove(std::string(dir) + "/OSL_PIPE_" + uid + "_" + name, ec);
-    }
+  return "SingleOfficeIPC_" + hash;
+}
+
+// Both pipe files stay in the pipe folders after a kill, and even after a
+// clean exit.
+void RemovePipeFiles(const std::string& pipe_name, const std::string& profile_dir) {
+  for (const std::string& file : OfficePipeFiles(pipe_name, profile_dir)) {
+    std::error_code ec;
+    fs::remove(file, ec);
   }
 }
+
+std::atomic<int32_t> g_first_starts{0};
 
 // The pipe name that belongs to a profile folder: the folder's name after
 // the prefix, with "_" for "-".
@@ -254,6 +253,39 @@ const std::string& OfficeLocale() {
   return locale;
 }
 
+const std::string& ProgramOwnerTag() {
+  static const std::string tag = std::to_string(getpid()) + "-" + StartTimeOf(getpid()) + "-";
+  return tag;
+}
+
+bool OwnedByEndedProgram(const std::string& tail) {
+  // <pid>-<start>-...
+  const size_t dash1 = tail.find('-');
+  const size_t dash2 = dash1 == std::string::npos ? dash1 : tail.find('-', dash1 + 1);
+  if (dash2 == std::string::npos) return false;  // not named after an owner: leave it
+  const std::string pid_text = tail.substr(0, dash1);
+  if (pid_text.empty() || pid_text.size() > 9 || pid_text.find_first_not_of("0123456789") != std::string::npos)
+    return false;
+  const std::string start = tail.substr(dash1 + 1, dash2 - dash1 - 1);
+  return StartTimeOf(static_cast<pid_t>(std::stol(pid_text))) != start;
+}
+
+std::vector<std::string> OfficePipeFiles(const std::string& pipe_name, const std::string& profile_dir) {
+  std::vector<std::string> names;
+  if (!pipe_name.empty()) names.push_back(pipe_name);
+  if (!profile_dir.empty()) names.push_back(SingleInstancePipeName(profile_dir));
+  const std::string uid = std::to_string(getuid());
+  std::vector<std::string> files;
+  for (const char* dir : {"/tmp", "/var/tmp"}) {
+    for (const std::string& name : names) files.push_back(std::string(dir) + "/OSL_PIPE_" + uid + "_" + name);
+  }
+  return files;
+}
+
+void RemoveProfilePipeFiles(const std::string& profile_dir) { RemovePipeFiles({}, profile_dir); }
+
+int32_t FirstStartRuns() { return g_first_starts.load(); }
+
 void SweepAbandonedProfiles() {
   static std::once_flag once;
   std::call_once(once, [] {
@@ -262,14 +294,7 @@ void SweepAbandonedProfiles() {
       const std::string name = it->path().filename().string();
       if (name.rfind(kProfilePrefix, 0) != 0) continue;
       // tabulon-office-<pid>-<start>-<unique>
-      const std::string owner = name.substr(std::strlen(kProfilePrefix));
-      const size_t dash1 = owner.find('-');
-      const size_t dash2 = dash1 == std::string::npos ? dash1 : owner.find('-', dash1 + 1);
-      if (dash2 == std::string::npos) continue;  // not named after an owner: leave it
-      const std::string pid_text = owner.substr(0, dash1);
-      if (pid_text.empty() || pid_text.find_first_not_of("0123456789") != std::string::npos) continue;
-      const std::string start = owner.substr(dash1 + 1, dash2 - dash1 - 1);
-      if (StartTimeOf(static_cast<pid_t>(std::stol(pid_text))) == start) continue;  // owner alive
+      if (!OwnedByEndedProgram(name.substr(std::strlen(kProfilePrefix)))) continue;
       std::error_code ignored;
       fs::remove_all(it->path(), ignored);
       RemovePipeFiles(PipeNameFor(it->path().string()), it->path().string());
@@ -284,15 +309,21 @@ void KillEveryOffice() {
 
 OfficeProcess::OfficeProcess(std::string program_dir) : program_dir_(std::move(program_dir)) {
   SweepAbandonedProfiles();
-  std::string tmpl = (TempBase() / (kProfilePrefix + OwnerTag() + "XXXXXX")).string();
+  std::string tmpl = (TempBase() / (kProfilePrefix + ProgramOwnerTag() + "XXXXXX")).string();
   std::vector<char> buf(tmpl.begin(), tmpl.end());
   buf.push_back('\0');
   if (mkdtemp(buf.data()) != nullptr) {
     profile_dir_ = buf.data();
     pipe_name_ = PipeNameFor(profile_dir_);
   } else {
-    pipe_name_ = kPipePrefix + OwnerTag();
+    pipe_name_ = kPipePrefix + ProgramOwnerTag();
   }
+  std::lock_guard<std::mutex> lock(registry_mutex);
+  Registry().insert(this);
+}
+
+OfficeProcess::OfficeProcess(std::string program_dir, std::string profile_dir, BorrowedFolder)
+    : program_dir_(std::move(program_dir)), profile_dir_(std::move(profile_dir)), owns_profile_(false) {
   std::lock_guard<std::mutex> lock(registry_mutex);
   Registry().insert(this);
 }
@@ -308,43 +339,6 @@ OfficeProcess::~OfficeProcess() {
 std::string OfficeProcess::profile_dir() {
   std::lock_guard<std::mutex> lock(mutex_);
   return profile_dir_;
-}
-
-// The office's settings in the fresh profile. Document lock files are off:
-// every office here is our own, and a lock file left by an office that was
-// killed would otherwise make the next open of that file read-only.
-bool OfficeProcess::WriteSettings(std::string* reason) const {
-  std::error_code ec;
-  const fs::path user = fs::path(profile_dir_) / "user";
-  fs::create_directories(user, ec);
-  fs::create_directories(fs::path(profile_dir_) / "tmp", ec);
-  std::ofstream out(user / "registrymodifications.xcu", std::ios::binary | std::ios::trunc);
-  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-         "<oor:items xmlns:oor=\"http://openoffice.org/2001/registry\" "
-         "xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" "
-         "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\n"
-         "<item oor:path=\"/org.openoffice.Office.Common/Misc\">"
-         "<prop oor:name=\"UseLocking\" oor:op=\"fuse\"><value>false</value></prop></item>\n"
-         // Application.Run runs the macros of the workbooks it opens, as
-         // Excel does for a workbook opened by automation: the lowest macro
-         // security (no question, no refusal), and the VBA code of Excel
-         // workbooks loaded as runnable code, kept when they are saved.
-         "<item oor:path=\"/org.openoffice.Office.Common/Security/Scripting\">"
-         "<prop oor:name=\"MacroSecurityLevel\" oor:op=\"fuse\"><value>0</value></prop></item>\n"
-         "<item oor:path=\"/org.openoffice.Office.Common/Security/Scripting\">"
-         "<prop oor:name=\"DisableMacrosExecution\" oor:op=\"fuse\"><value>false</value></prop></item>\n"
-         "<item oor:path=\"/org.openoffice.Office.Calc/Filter/Import/VBA\">"
-         "<prop oor:name=\"Load\" oor:op=\"fuse\"><value>true</value></prop></item>\n"
-         "<item oor:path=\"/org.openoffice.Office.Calc/Filter/Import/VBA\">"
-         "<prop oor:name=\"Executable\" oor:op=\"fuse\"><value>true</value></prop></item>\n"
-         "<item oor:path=\"/org.openoffice.Office.Calc/Filter/Import/VBA\">"
-         "<prop oor:name=\"Save\" oor:op=\"fuse\"><value>true</value></prop></item>\n"
-         "</oor:items>\n";
-  if (!out.flush()) {
-    *reason = "cannot write the office's settings in " + user.string();
-    return false;
-  }
-  return true;
 }
 
 pid_t OfficeProcess::Start(const std::vector<std::string>& extra, std::string* reason) {
@@ -381,13 +375,38 @@ pid_t OfficeProcess::Start(const std::vector<std::string>& extra, std::string* r
 }
 
 bool OfficeProcess::Prepare(std::chrono::milliseconds limit, std::string* reason) {
-  if (!WriteSettings(reason)) return false;
+  if (profile_dir_.empty()) {
+    *reason = "cannot create a profile folder";
+    return false;
+  }
+  if (CopyPreparedProfile(program_dir_, profile_dir_, limit, &OfficeProcess::PrepareFreshProfile)) {
+    std::error_code ec;
+    // The office's own temporary folder (TMPDIR) is its copy's alone.
+    fs::create_directory(fs::path(profile_dir_) / "tmp", ec);
+    profile_from_cache_ = true;
+    return true;
+  }
+  if (!WriteProfileSettings(profile_dir_, IdentifyOffice(program_dir_).version, reason)) return false;
+  return FirstStart(limit, reason);
+}
+
+bool OfficeProcess::PrepareFreshProfile(const std::string& program_dir, const std::string& dir,
+                                        std::chrono::milliseconds limit, std::string* reason) {
+  OfficeProcess office(program_dir, dir, BorrowedFolder{});
+  if (!WriteProfileSettings(dir, IdentifyOffice(program_dir).version, reason)) return false;
+  const bool ok = office.FirstStart(limit, reason);
+  office.Finish();
+  return ok;
+}
+
+bool OfficeProcess::FirstStart(std::chrono::milliseconds limit, std::string* reason) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   for (int start = 0; start < 3; ++start) {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       const pid_t pid = Start({"--terminate_after_init"}, reason);
       if (pid < 0) return false;
+      ++g_first_starts;
       pid_ = pid;
       reaped_ = false;
       exit_code_ = -1;
@@ -469,7 +488,7 @@ void OfficeProcess::Finish() {
   }
   if (!profile_dir_.empty()) {
     std::error_code ec;
-    fs::remove_all(profile_dir_, ec);
+    if (owns_profile_) fs::remove_all(profile_dir_, ec);
     RemovePipeFiles(pipe_name_, profile_dir_);
     profile_dir_.clear();
   }

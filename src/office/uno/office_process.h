@@ -12,6 +12,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -50,11 +51,19 @@ class OfficeProcess {
   OfficeProcess(const OfficeProcess&) = delete;
   OfficeProcess& operator=(const OfficeProcess&) = delete;
 
-  // Makes the fresh profile ready: the office's first start on a new
-  // profile sets it up and then exits (asking to be started again, code 81);
-  // it is done here without an accepting pipe, so that no connection is ever
-  // made to an office that is about to restart. Waits at most `limit`.
+  // Makes the profile ready: a copy of the prepared profile of the profile
+  // cache (profile_cache.h) when the cache can be used, else a fresh one set
+  // up here by the office's first start on it, which exits (asking to be
+  // started again, code 81). That start has no accepting pipe, so that no
+  // connection is ever made to an office that is about to restart. Waits at
+  // most `limit`.
   bool Prepare(std::chrono::milliseconds limit, std::string* reason);
+
+  // Sets up a new profile in `dir` (Tabulon's settings, then the office's
+  // first start) without taking the folder over: it stays when the office
+  // has exited, its pipe files do not. For the profile cache.
+  static bool PrepareFreshProfile(const std::string& program_dir, const std::string& dir,
+                                  std::chrono::milliseconds limit, std::string* reason);
 
   // Starts soffice.bin in its own process group. Returns false (with a
   // reason) when it cannot be started at all.
@@ -80,16 +89,22 @@ class OfficeProcess {
   void Finish();
 
   pid_t pid() const { return pid_; }
+  // True once Prepare gave this office a copy of the prepared profile.
+  bool ProfileFromCache() const { return profile_from_cache_; }
   const std::string& pipe_name() const { return pipe_name_; }
   std::string profile_dir();
   const std::string& program_dir() const { return program_dir_; }
 
  private:
-  bool WriteSettings(std::string* reason) const;
+  struct BorrowedFolder {};
+  OfficeProcess(std::string program_dir, std::string profile_dir, BorrowedFolder);
+  bool FirstStart(std::chrono::milliseconds limit, std::string* reason);
   pid_t Start(const std::vector<std::string>& args, std::string* reason);
   std::string program_dir_;
   std::string profile_dir_;
   std::string pipe_name_;
+  bool owns_profile_ = true;  // removed by Finish
+  bool profile_from_cache_ = false;
   std::mutex mutex_;  // reaping and killing never race (no kill after reap)
   pid_t pid_ = -1;
   bool reaped_ = true;
@@ -105,5 +120,24 @@ void KillEveryOffice();
 // is gone (killed before it could clean up). Runs once per program, before
 // its first office starts; the folders of live programs are never touched.
 void SweepAbandonedProfiles();
+
+// "<pid>-<start time>-": what names the folders of this program, so that
+// the next program can tell whether their owner is gone.
+const std::string& ProgramOwnerTag();
+// True when `tail` starts with the owner tag of a program that has ended;
+// false for a live owner or a name that is not an owner tag.
+bool OwnedByEndedProgram(const std::string& tail);
+
+// The pipe files an office leaves in the system's pipe folders (/tmp, else
+// /var/tmp): its accepting pipe (named `pipe_name`, which may be empty) and
+// the single-instance pipe named after its profile folder. The office puts
+// them there whatever its temporary folder is.
+std::vector<std::string> OfficePipeFiles(const std::string& pipe_name, const std::string& profile_dir);
+// Removes the single-instance pipe file of an office on `profile_dir`.
+void RemoveProfilePipeFiles(const std::string& profile_dir);
+
+// How many times an office was started to set up a new profile (in the
+// profile cache or for one office), for tests and benchmarks.
+int32_t FirstStartRuns();
 
 }  // namespace tabulon::office::uno

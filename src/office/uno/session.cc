@@ -193,11 +193,12 @@ void Session::Connect() {
   // The bridge's reader and writer threads are created here and inherit
   // this thread's signal mask.
   SigpipeBlock block;
-  const auto local = LocalContext(process_->program_dir());
   const auto deadline = std::chrono::steady_clock::now() + options_.start_time_limit;
   std::string reason;
   if (!process_->Prepare(options_.start_time_limit, &reason) || !process_->Spawn(&reason))
     throw Error(ErrorKind::kAutomation, reason);
+  // Our side of UNO comes up while the office starts.
+  const auto local = LocalContext(process_->program_dir());
   const OUString connect_string = ToOUString("pipe,name=" + process_->pipe_name());
   Reference<css::connection::XConnection> connection;
   try {
@@ -220,7 +221,7 @@ void Session::Connect() {
       }
       if (std::chrono::steady_clock::now() >= deadline)
         throw Error(ErrorKind::kAutomation, "the office did not start in time");
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     auto bridge_factory = css::bridge::BridgeFactory::create(local);
     Reference<css::bridge::XBridge> bridge =
