@@ -49,11 +49,29 @@ bool Session::WordIsInstalled() {
 
 bool Session::CreateExcelInto(std::unique_ptr<Application>& app) {
   try {
-    if (!ExcelIsInstalled()) return false;
-    if (app && app->IsAlive()) return true;
-    app.reset();  // an office that died between calls is never reused
-    std::unique_ptr<Application> created = factory_->CreateExcel();
-    if (!created) return false;
+    std::unique_ptr<Application> created;
+    if (!flags_.excel_known_installed && !excel_probed_ && !(app && app->IsAlive())) {
+      // The application created here answers the install probe as well: it
+      // is what the probe would have created and released, and starting an
+      // office only to end it again would double the start of every call.
+      excel_probed_ = true;
+      try {
+        created = factory_->CreateExcel();
+      } catch (const std::exception& e) {
+        excel_probe_finding_ = e.what();
+      }
+      excel_probe_result_ = created != nullptr;
+      if (!created) {
+        NoteFinding(excel_probe_finding_);
+        return false;
+      }
+    } else {
+      if (!ExcelIsInstalled()) return false;
+      if (app && app->IsAlive()) return true;
+      app.reset();  // an office that died between calls is never reused
+      created = factory_->CreateExcel();
+      if (!created) return false;
+    }
     const bool verbose = flags_.verbose;
     created->SetDisplayAlerts(verbose);
     created->SetEnableEvents(false);

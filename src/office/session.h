@@ -33,7 +33,9 @@ class Session {
   bool WordIsInstalled();
 
   // Create reuses a running application (settings are not applied again).
-  // Destroy leaves it running while optimize_for_speed is set.
+  // The first spreadsheet application of a session that has not probed yet
+  // is the probe: its creation answers it, and no office is started only to
+  // be ended. Destroy leaves it running while optimize_for_speed is set.
   bool CreateExcel();
   bool DestroyExcel();
   bool CreateExcelTarget();
