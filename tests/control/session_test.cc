@@ -50,6 +50,34 @@ TEST_F(Session, ProbesVersionAndBuildLeaveNoOfficeBehind) {
   EXPECT_EQ(c.get_ErrorString(), " ");
 }
 
+// A method that runs before any probe starts one office, not two: the
+// application it creates answers the probe, which is never made again.
+TEST_F(Session, TheFirstApplicationAnswersTheProbe) {
+  auto factory = Spy();
+  TabulonCtrl c(With(factory));
+  EXPECT_DOUBLE_EQ(c.get_ExcelVersion(), 7.4);
+  EXPECT_EQ(factory->spy().excel_created, 1);
+  EXPECT_TRUE(c.ExcelIsInstalled());
+  EXPECT_EQ(factory->spy().excel_created, 1);
+  EXPECT_TRUE(ChildOfficePids().empty());
+}
+
+TEST_F(Session, AFirstApplicationThatCannotBeCreatedIsAFailedProbe) {
+  auto factory = Spy();
+  factory->spy().fail_create = true;
+  TabulonCtrl c(With(factory));
+  std::vector<int32_t> codes;
+  c.AdviseOnError([&](int32_t& code, std::string&) { codes.push_back(code); });
+  EXPECT_EQ(c.get_ExcelVersion(), 0.0);
+  EXPECT_EQ(c.OfficeFinding(), "injected: cannot start");
+  // The answer is kept: not retried once the office could be created.
+  factory->spy().fail_create = false;
+  EXPECT_FALSE(c.ExcelIsInstalled());
+  EXPECT_EQ(c.get_ExcelVersion(), 0.0);
+  EXPECT_EQ(factory->spy().excel_created, 0);
+  EXPECT_EQ(codes, (std::vector<int32_t>{-3, -3}));
+}
+
 TEST_F(Session, OptimizeForSpeedKeepsOneOfficePerApplicationUntilSetFalse) {
   auto factory = Spy();
   TabulonCtrl c(With(factory));

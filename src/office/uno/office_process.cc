@@ -355,6 +355,10 @@ pid_t OfficeProcess::Start(const std::vector<std::string>& extra, std::string* r
                                    "--norestore", "--nodefault", "--nolockcheck"};
   args.insert(args.end(), extra.begin(), extra.end());
   args.push_back("-env:UserInstallation=file://" + profile_dir_);
+  // The office's backup of a profile that worked, made at every exit, is of
+  // no use for a profile that goes with the office, and its exit is waited
+  // for.
+  args.push_back("-env:SecureUserConfig=false");
   std::vector<std::string> env;
   for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
     if (std::strncmp(*e, "LANG=", 5) == 0 || std::strncmp(*e, "LC_", 3) == 0 ||
