@@ -140,26 +140,24 @@ std::vector<pid_t> OfficesOf(pid_t owner, bool accepting) {
   return pids;
 }
 
-// The office doing the work of a `convert`: the second accepting office
-// (the first is the install probe, ended at once), once it listens on its
-// pipe. -1 when none comes within the limit.
+// The office doing the work of a `convert` (its first application answers
+// the install probe, so it is the command line's only accepting office),
+// once it listens on its pipe. -1 when none comes within the limit.
 pid_t WorkingOffice(pid_t owner, milliseconds limit) {
-  std::vector<pid_t> seen;
   pid_t found = -1;
   Until(
       [&] {
         for (pid_t pid : OfficesOf(owner, true)) {
-          if (std::find(seen.begin(), seen.end(), pid) == seen.end()) seen.push_back(pid);
+          const std::string cmdline = Read("/proc/" + std::to_string(pid) + "/cmdline");
+          const size_t at = cmdline.find("--accept=pipe,name=");
+          if (at == std::string::npos) continue;
+          const size_t begin = at + std::strlen("--accept=pipe,name=");
+          const std::string pipe = cmdline.substr(begin, cmdline.find(';', begin) - begin);
+          if (!fs::exists("/tmp/OSL_PIPE_" + std::to_string(getuid()) + "_" + pipe)) continue;
+          found = pid;
+          return true;
         }
-        if (seen.size() < 2) return false;
-        const std::string cmdline = Read("/proc/" + std::to_string(seen[1]) + "/cmdline");
-        const size_t at = cmdline.find("--accept=pipe,name=");
-        if (at == std::string::npos) return false;
-        const size_t begin = at + std::strlen("--accept=pipe,name=");
-        const std::string pipe = cmdline.substr(begin, cmdline.find(';', begin) - begin);
-        if (!fs::exists("/tmp/OSL_PIPE_" + std::to_string(getuid()) + "_" + pipe)) return false;
-        found = seen[1];
-        return true;
+        return false;
       },
       limit);
   return found;
