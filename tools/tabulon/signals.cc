@@ -2,7 +2,10 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -13,6 +16,16 @@ namespace tabulon::cli {
 namespace {
 
 std::mutex hooks_mutex;
+std::atomic<bool> terminating{false};
+
+// Once a termination signal is being handled, the program ends by that
+// signal, never by a normal exit: the main thread, which may find its work
+// failing meanwhile (its office is being killed), waits here for the signal
+// thread to finish.
+void WaitForTheSignalOnExit() {
+  if (!terminating.load()) return;
+  for (;;) pause();
+}
 
 std::vector<std::function<void()>>& Hooks() {
   static auto* hooks = new std::vector<std::function<void()>>();  // used until the very end
@@ -23,6 +36,7 @@ void WaitForSignals(sigset_t set) {
   int signal_number = 0;
   while (sigwait(&set, &signal_number) != 0) {
   }
+  terminating = true;
   std::vector<std::function<void()>> hooks;
   {
     std::lock_guard<std::mutex> lock(hooks_mutex);
@@ -55,6 +69,7 @@ void StartSignalThread() {
     sigaddset(&set, signal_number);
   }
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  std::atexit(WaitForTheSignalOnExit);
   std::thread(WaitForSignals, set).detach();
 }
 
