@@ -308,12 +308,23 @@ void Session::MarkDead() {
 void Session::Quit() {
   SigpipeBlock block;
   if (!dead_ && Alive()) {
-    try {
-      // terminate() may lose its answer when the office goes away first.
-      Call("Quit", [&] { desktop_->terminate(); });
-    } catch (const Error&) {
-    }
+    // terminate() is asked on a thread of its own and the office given a
+    // bounded time to end. Its answer may come only when it has gone, and
+    // its exit now and then waits seconds on its own idle threads; by then
+    // everything it did for us is done (documents closed, prints handed
+    // over) and its profile goes with it, so past the limit it is killed.
+    Reference<css::frame::XDesktop2> desktop = desktop_;
+    std::thread ask([desktop] {
+      SigpipeBlock thread_block;
+      try {
+        desktop->terminate();
+      } catch (...) {
+      }
+    });
     process_->WaitExit(options_.quit_time_limit);
+    MarkDead();  // kills what is left; the question's pending answer fails with the bridge
+    ask.join();
+    return;
   }
   MarkDead();
 }
