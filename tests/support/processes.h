@@ -2,6 +2,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -38,10 +39,18 @@ inline std::vector<int> ChildOfficePids() {
 }
 
 // Waits until process `pid` has died (a zombie, or gone), up to `seconds`.
-// A process in the middle of dying can hide its /proc entry for an instant,
-// so only a zombie state or a missing /proc folder counts as dead.
+// A child of this process is asked without being reaped (the backend reaps
+// its offices); for any other, a process in the middle of dying can hide
+// its /proc entry for an instant, so only a zombie state or a missing /proc
+// folder counts as dead.
 inline bool WaitForDeath(int pid, int seconds) {
   for (int i = 0; i < seconds * 100; ++i) {
+    siginfo_t info{};
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0) {
+      if (info.si_pid == pid) return true;
+      usleep(10000);
+      continue;
+    }
     const std::string dir = "/proc/" + std::to_string(pid);
     if (access(dir.c_str(), F_OK) != 0) return true;
     std::ifstream stat(dir + "/stat");
