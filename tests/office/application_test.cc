@@ -95,7 +95,7 @@ TEST_F(ApplicationTest, StoppedOfficeTimesOutWithinTheLimitAndIsKilled) {
   auto app = OwnExcel(options);
   const pid_t pid = app->ProcessId();
   Workbook& book = app->GetWorkbooks().Add();
-  ASSERT_EQ(kill(pid, SIGSTOP), 0);
+  ASSERT_TRUE(Stop(pid));
   const auto start = steady_clock::now();
   try {
     book.GetWorksheets().Item(1)->Cells(1, 1)->SetValue(Cell(1.0));
@@ -197,7 +197,7 @@ TEST_F(ApplicationTest, CallTimeLimitCanBeChangedOnARunningApplication) {
   auto app = OwnExcel();
   app->SetCallTimeLimit(milliseconds(1500));
   app->GetWorkbooks().Add();
-  ASSERT_EQ(kill(app->ProcessId(), SIGSTOP), 0);
+  ASSERT_TRUE(Stop(app->ProcessId()));
   const auto start = steady_clock::now();
   try {
     app->Version();

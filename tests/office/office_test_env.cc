@@ -74,6 +74,23 @@ std::unique_ptr<UnoWordApplication> OwnWord(UnoOptions options) {
 
 bool ProcessGone(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
+bool Stop(pid_t pid) {
+  if (kill(pid, SIGSTOP) != 0) return false;
+  const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+  for (int i = 0; i < 500; ++i) {
+    bool all = true;
+    std::error_code ec;
+    for (const auto& task : std::filesystem::directory_iterator(tasks, ec)) {
+      const std::string stat = ReadFile(task.path() / "stat");
+      const size_t paren = stat.rfind(')');
+      if (paren == std::string::npos || paren + 2 >= stat.size() || stat[paren + 2] != 'T') all = false;
+    }
+    if (all && !ec) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
 bool EventuallyGone(pid_t pid) {
   for (int i = 0; i < 100; ++i) {
     if (ProcessGone(pid)) return true;

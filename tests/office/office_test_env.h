@@ -26,6 +26,10 @@ std::unique_ptr<UnoWordApplication> OwnWord(UnoOptions options = {});
 void RecordStarted(pid_t pid);
 
 bool ProcessGone(pid_t pid);
+// Stops a process (SIGSTOP) and waits until every thread of it has
+// stopped: a busy machine can let its threads answer a call or two before
+// the stop reaches them.
+bool Stop(pid_t pid);
 // Waits briefly for a process to disappear (reaping is done by the backend).
 bool EventuallyGone(pid_t pid);
 

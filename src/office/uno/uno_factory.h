@@ -2,14 +2,15 @@
 //
 // What it does
 // - Every application object (CreateExcel, CreateWord) is one soffice.bin of
-//   its own, started here with a fresh profile folder, its own pipe name and
-//   its own process group, under LANG/LC_ALL=en_US.UTF-8 (C.UTF-8 when the
-//   system has no en_US.UTF-8; filters and number formats still get en-US
-//   explicitly, and the office treats that locale as en-US).
-//   The fresh profile is set up by a first start without a pipe (which may
-//   exit with 81, asking to be started again); only then does the office
-//   start with its pipe, so the bridge never meets an office about to
-//   restart. The office is reached over a UNO bridge on that pipe; SIGPIPE
+//   its own, started here with a profile folder of its own, its own pipe
+//   name and its own process group, under LANG/LC_ALL=en_US.UTF-8 (C.UTF-8
+//   when the system has no en_US.UTF-8; filters and number formats still get
+//   en-US explicitly, and the office treats that locale as en-US).
+//   The profile is a copy of the one prepared once per office installation
+//   in the profile cache (profile_cache.h); without a usable cache it is set
+//   up by a first start without a pipe (which may exit with 81, asking to be
+//   started again). Only then does the office start with its pipe, so the
+//   bridge never meets an office about to restart. The office is reached over a UNO bridge on that pipe; SIGPIPE
 //   is blocked in the bridge's threads and around every office call, so a
 //   pipe the office closed never ends the program.
 // - The office's temporary files live in its profile folder, which is named
