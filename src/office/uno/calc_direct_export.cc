@@ -86,8 +86,10 @@ bool CalcWorkbook::ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& r
       sheet->getCellRangeByPosition(area.first_column, area.first_row, area.last_column, area.last_row),
       UNO_QUERY_THROW);
   const auto groups = looks->getUniqueCellFormatRanges();
-  if (groups->getCount() > 64) return false;
-  for (sal_Int32 i = 0; i < groups->getCount(); ++i) {
+  // Every call on the office's objects is a round trip: the count is asked once.
+  const sal_Int32 group_count = groups->getCount();
+  if (group_count > 64) return false;
+  for (sal_Int32 i = 0; i < group_count; ++i) {
     Reference<css::beans::XPropertySet> group(groups->getByIndex(i), UNO_QUERY_THROW);
     sal_Int32 key = -1;
     group->getPropertyValue("NumberFormat") >>= key;
@@ -109,8 +111,12 @@ bool CalcWorkbook::ExportsLikeValueCopy(const SheetRef& sheet, const CellRect& r
   // the copy up to its last with a value; empty text is content but no
   // value. The used area's last row and column holding a value settles it
   // (read from the end: in a full column one is found at once).
-  if (!HoldsValue(ReadValues(sheet, {area.last_row, area.first_column, area.last_row, area.last_column})))
-    return false;
+  const Block last_row = ReadValues(sheet, {area.last_row, area.first_column, area.last_row, area.last_column});
+  if (!HoldsValue(last_row)) return false;
+  // The last row's last cell is also the last column's: a value there
+  // settles both without reading the column.
+  if (!last_row.empty() && !last_row[0].empty() && !std::holds_alternative<std::monostate>(last_row[0].back()))
+    return true;
   constexpr int32_t kChunk = 256;
   for (int32_t end = area.last_row; end >= area.first_row; end -= kChunk) {
     const int32_t begin = std::max(area.first_row, end - kChunk + 1);

@@ -92,15 +92,24 @@ Bytes HashBytes(const Any& value) {
 WriteReservation ReservationOf(const Reference<css::beans::XPropertySet>& settings) {
   WriteReservation reservation;
   if (!settings.is()) return reservation;
-  const auto info = settings->getPropertySetInfo();
-  if (info->hasPropertyByName("ModifyPasswordHash")) {
+  // Asked for straight away, an unknown property answering with an
+  // exception: asking first whether each exists would cost the office two
+  // more round trips per open.
+  auto value = [&](const char* name) {
+    try {
+      return settings->getPropertyValue(OUString::createFromAscii(name));
+    } catch (const css::beans::UnknownPropertyException&) {
+      return Any();
+    }
+  };
+  if (const Any hash = value("ModifyPasswordHash"); hash.hasValue()) {
     sal_Int32 verifier = 0;
-    settings->getPropertyValue("ModifyPasswordHash") >>= verifier;
+    hash >>= verifier;
     reservation.verifier = static_cast<uint16_t>(verifier);
   }
-  if (info->hasPropertyByName("ModifyPasswordInfo")) {
+  if (const Any info = value("ModifyPasswordInfo"); info.hasValue()) {
     Sequence<css::beans::PropertyValue> salted;
-    settings->getPropertyValue("ModifyPasswordInfo") >>= salted;
+    info >>= salted;
     for (const auto& p : salted) {
       if (p.Name == "algorithm-name") {
         OUString name;
@@ -287,10 +296,11 @@ WorkbookLoader::Loaded WorkbookLoader::Load(Session& session, const std::string&
   // above); the office is told to allow that, and whether the file itself
   // may be written is decided here alone.
   Reference<css::frame::XStorable> storable(component, UNO_QUERY);
-  Reference<css::beans::XPropertySet> properties(component, UNO_QUERY);
-  if (storable.is() && storable->isReadonly() && properties.is() &&
-      properties->getPropertySetInfo()->hasPropertyByName("IsChangeReadOnlyEnabled"))
-    properties->setPropertyValue("IsChangeReadOnlyEnabled", Any(true));
+  if (storable.is() && storable->isReadonly()) {
+    Reference<css::beans::XPropertySet> properties(component, UNO_QUERY);
+    if (properties.is() && properties->getPropertySetInfo()->hasPropertyByName("IsChangeReadOnlyEnabled"))
+      properties->setPropertyValue("IsChangeReadOnlyEnabled", Any(true));
+  }
   std::string filter;
   if (Reference<css::frame::XModel> model{component, UNO_QUERY}; model.is()) {
     for (const auto& p : model->getArgs()) {
