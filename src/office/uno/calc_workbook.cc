@@ -41,8 +41,8 @@ SheetRef CalcWorkbook::Attach(Reference<css::lang::XComponent> component) {
   component_ = std::move(component);
   document_.set(component_, UNO_QUERY_THROW);
   sheets_ = document_->getSheets();
-  Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
-  active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
+  sheet_index_.set(sheets_, UNO_QUERY_THROW);
+  active_sheet_.set(sheet_index_->getByIndex(0), UNO_QUERY_THROW);
   // Excel opens a workbook on the sheet that was active when it was saved:
   // the one the document's view data names (a hidden window's view does not
   // take it from the file); else the first.
@@ -108,14 +108,12 @@ SheetRef CalcWorkbook::ActiveSheetRef() {
   // behind our back falls back to the first.
   try {
     if (active_sheet_.is()) {
-      Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
       const int32_t at = SheetIndex(active_sheet_);
-      if (at >= 0 && at < index->getCount()) return active_sheet_;
+      if (at >= 0 && at < sheet_index_->getCount()) return active_sheet_;
     }
   } catch (const css::uno::RuntimeException&) {
   }
-  Reference<css::container::XIndexAccess> index(sheets_, UNO_QUERY_THROW);
-  active_sheet_.set(index->getByIndex(0), UNO_QUERY_THROW);
+  active_sheet_.set(sheet_index_->getByIndex(0), UNO_QUERY_THROW);
   return active_sheet_;
 }
 

@@ -76,6 +76,12 @@ class CalcWorkbook : public Workbook {
     unborn_.Bear();
     return sheets_;
   }
+  // The sheets by number, asked for once per document: every query for an
+  // interface of an office object is a round trip.
+  const Reference<css::container::XIndexAccess>& sheet_index() {
+    unborn_.Bear();
+    return sheet_index_;
+  }
   const Reference<css::lang::XComponent>& component() {
     unborn_.Bear();
     return component_;
@@ -161,6 +167,7 @@ class CalcWorkbook : public Workbook {
   Reference<css::lang::XComponent> component_;
   Reference<css::sheet::XSpreadsheetDocument> document_;
   Reference<css::sheet::XSpreadsheets> sheets_;
+  Reference<css::container::XIndexAccess> sheet_index_;
   Reference<css::sheet::XFormulaParser> parser_;
   SheetRef active_sheet_;
   SheetRef selection_sheet_;

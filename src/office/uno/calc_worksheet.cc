@@ -51,7 +51,7 @@ void CalcWorksheet::Activate() {
 
 void CalcWorksheet::Delete() {
   Call("Worksheet.Delete", [&] {
-    Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
+    const Reference<css::container::XIndexAccess>& index = book_->sheet_index();
     const int32_t count = index->getCount();
     if (count <= 1)
       throw Error(ErrorKind::kAutomation, "a workbook must contain at least one visible worksheet");
@@ -120,7 +120,7 @@ std::unique_ptr<Worksheet> CalcWorksheet::Copy(Worksheet* before, Worksheet* aft
     const SheetRef& source = sheet();
     const OUString name = Reference<css::container::XNamed>(source, UNO_QUERY_THROW)->getName();
     const Reference<css::sheet::XSpreadsheets>& sheets = destination->sheets();
-    Reference<css::container::XIndexAccess> index(sheets, UNO_QUERY_THROW);
+    const Reference<css::container::XIndexAccess>& index = destination->sheet_index();
     const int32_t position =
         anchor == nullptr ? 0 : destination->SheetIndex(anchor->sheet()) + (after != nullptr ? 1 : 0);
     const OUString copy_name = FreeCopyName(sheets, name);
@@ -221,7 +221,7 @@ int32_t CalcWorksheets::Count() {
   if (book_->unborn_state().OpenUnborn())
     return book_->app()->CallKeepingCopy("Worksheets.Count", [] { return 1; });
   return book_->Call("Worksheets.Count", [&] {
-    Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
+    const Reference<css::container::XIndexAccess>& index = book_->sheet_index();
     return static_cast<int32_t>(index->getCount());
   });
 }
@@ -232,7 +232,7 @@ std::unique_ptr<Worksheet> CalcWorksheets::Item(int32_t n) {
         "Worksheets.Item", [&] { return std::make_unique<CalcWorksheet>(book_, SheetRef()); });
   }
   return book_->Call("Worksheets.Item", [&] {
-    Reference<css::container::XIndexAccess> index(book_->sheets(), UNO_QUERY_THROW);
+    const Reference<css::container::XIndexAccess>& index = book_->sheet_index();
     if (n < 1 || n > index->getCount())
       throw Error(ErrorKind::kNotFound, "no sheet number " + std::to_string(n));
     return std::make_unique<CalcWorksheet>(book_, SheetRef(index->getByIndex(n - 1), UNO_QUERY_THROW));
