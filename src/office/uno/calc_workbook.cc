@@ -42,10 +42,11 @@ SheetRef CalcWorkbook::Attach(Reference<css::lang::XComponent> component) {
   document_.set(component_, UNO_QUERY_THROW);
   sheets_ = document_->getSheets();
   sheet_index_.set(sheets_, UNO_QUERY_THROW);
-  active_sheet_.set(sheet_index_->getByIndex(0), UNO_QUERY_THROW);
+  active_sheet_.clear();
   // Excel opens a workbook on the sheet that was active when it was saved:
   // the one the document's view data names (a hidden window's view does not
-  // take it from the file); else the first.
+  // take it from the file); else the first, looked up only then (every
+  // lookup is a round trip to the office).
   try {
     Reference<css::document::XViewDataSupplier> supplier(component_, UNO_QUERY);
     Reference<css::container::XIndexAccess> views(supplier.is() ? supplier->getViewData() : nullptr);
@@ -53,12 +54,14 @@ SheetRef CalcWorkbook::Attach(Reference<css::lang::XComponent> component) {
     if (views.is() && views->getCount() > 0 && (views->getByIndex(0) >>= settings)) {
       for (const auto& p : settings) {
         OUString name;
-        if (p.Name == "ActiveTable" && (p.Value >>= name) && sheets_->hasByName(name))
+        // A name no sheet has fails the lookup, which leaves the first.
+        if (p.Name == "ActiveTable" && (p.Value >>= name))
           active_sheet_.set(sheets_->getByName(name), UNO_QUERY_THROW);
       }
     }
   } catch (const css::uno::Exception&) {
   }
+  if (!active_sheet_.is()) active_sheet_.set(sheet_index_->getByIndex(0), UNO_QUERY_THROW);
   return active_sheet_;
 }
 
