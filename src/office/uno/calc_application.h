@@ -2,6 +2,8 @@
 // workbooks open in it. Internal to the backend.
 #pragma once
 
+#include <cstring>
+
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -60,8 +62,11 @@ class CalcApplication : public UnoApplication {
     if (!session_) throw Error(ErrorKind::kDied, std::string(what) + ": the office has quit");
     if (waiting_ != nullptr && session_->depth() == 0) {
       UnbornState* book = waiting_;
+      const ReadingScope changing(*this, false);
       session_->Call(what, [&] { book->Bear(); });
     }
+    if (session_->depth() > 0) return session_->Call(what, std::forward<F>(f));
+    const ReadingScope scope(*this, ReadsOnly(what));
     return session_->Call(what, std::forward<F>(f));
   }
   // A call that leaves a workbook waiting with copied values as it is: only
@@ -69,8 +74,16 @@ class CalcApplication : public UnoApplication {
   template <typename F>
   auto CallKeepingCopy(const char* what, F&& f) -> decltype(f()) {
     if (!session_) throw Error(ErrorKind::kDied, std::string(what) + ": the office has quit");
+    if (session_->depth() > 0) return session_->Call(what, std::forward<F>(f));
+    const ReadingScope scope(*this, true);
     return session_->Call(what, std::forward<F>(f));
   }
+  // Whether the call under way changes no open document, and a count of the
+  // calls that may have: what a workbook read from the office during a
+  // reading call stays true until the count moves (see
+  // CalcWorkbook::UsedArea).
+  bool reading() const { return reading_; }
+  uint64_t change_count() const { return change_count_; }
   // The unborn workbook waiting with copied values, if any.
   UnbornState* waiting() const { return waiting_; }
   void SetWaiting(UnbornState* book) { waiting_ = book; }
@@ -96,6 +109,33 @@ class CalcApplication : public UnoApplication {
 
  private:
   void Record(const char* name, bool value) { switches_.push_back({name, value ? 1 : 0}); }
+  // Calls that only look: a range's address, sheets and ranges looked up,
+  // the used range. The others may change a document.
+  static bool ReadsOnly(const char* what) {
+    for (const char* name : {"Worksheet.UsedRange", "Worksheet.Cells", "Worksheet.Range", "Range.Address",
+                             "Worksheets.Item", "Worksheets.Count"})
+      if (std::strcmp(what, name) == 0) return true;
+    return false;
+  }
+  // Marks a call reading or changing while it runs; a changing one counts
+  // before and after (a call that failed halfway may still have changed).
+  class ReadingScope {
+   public:
+    ReadingScope(CalcApplication& app, bool reading) : app_(app), reading_(reading) {
+      if (!reading_) ++app_.change_count_;
+      app_.reading_ = reading_;
+    }
+    ~ReadingScope() {
+      if (!reading_) ++app_.change_count_;
+      app_.reading_ = false;
+    }
+    ReadingScope(const ReadingScope&) = delete;
+    ReadingScope& operator=(const ReadingScope&) = delete;
+
+   private:
+    CalcApplication& app_;
+    bool reading_;
+  };
 
   UnoOptions options_;
   std::unique_ptr<Session> session_;
@@ -106,6 +146,8 @@ class CalcApplication : public UnoApplication {
   std::deque<std::unique_ptr<CalcWorkbook>> all_;
   CalcWorkbook* active_ = nullptr;
   UnbornState* waiting_ = nullptr;
+  bool reading_ = false;
+  uint64_t change_count_ = 0;
   WorkbookLoader loader_;
   std::vector<SwitchRecord> switches_;
   int32_t documents_since_start_ = 0;

@@ -152,13 +152,25 @@ int32_t CalcWorkbook::MaxColumns() {
 }
 
 CellRect CalcWorkbook::UsedArea(const SheetRef& sheet) {
+  // Six round trips to the office: asked once while only reading calls
+  // follow (a conversion asks for the size, then checks the same sheet
+  // before writing it).
+  const bool reading = app_->reading();
+  if (reading && used_cache_.sheet.is() && used_cache_.sheet.get() == sheet.get() &&
+      used_cache_.change_count == app_->change_count())
+    return used_cache_.rect;
   auto cursor = sheet->createCursor();
   Reference<css::sheet::XUsedAreaCursor> used(cursor, UNO_QUERY_THROW);
   used->gotoStartOfUsedArea(false);
   used->gotoEndOfUsedArea(true);
   Reference<css::sheet::XCellRangeAddressable> addressable(cursor, UNO_QUERY_THROW);
   const auto a = addressable->getRangeAddress();
-  return CellRect{a.StartRow, a.StartColumn, a.EndRow, a.EndColumn};
+  const CellRect area{a.StartRow, a.StartColumn, a.EndRow, a.EndColumn};
+  if (reading)
+    used_cache_ = UsedAreaAnswer{sheet, app_->change_count(), area};
+  else
+    used_cache_ = UsedAreaAnswer{};
+  return area;
 }
 
 void CalcWorkbook::EnsureView() {
@@ -186,6 +198,7 @@ void CalcWorkbook::CloseDocument() {
     component_->dispose();
   }
   parser_.clear();
+  used_cache_ = UsedAreaAnswer{};
 }
 
 void CalcWorkbook::Close(std::optional<bool> save_changes) {

@@ -181,6 +181,14 @@ class CalcWorkbook : public Workbook {
   std::string reservation_password_;
   bool display_formulas_ = false;
   bool plain_ = false;
+  // The used area last read in a reading call, while no call may have
+  // changed it.
+  struct UsedAreaAnswer {
+    SheetRef sheet;
+    uint64_t change_count = 0;
+    CellRect rect;
+  };
+  UsedAreaAnswer used_cache_;
   UnbornState unborn_;
   CalcWorksheets worksheets_;
 };
