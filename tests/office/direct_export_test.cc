@@ -216,5 +216,45 @@ TEST_F(DirectExportTest, ValuesAreTakenWhenCopiedNotWhenSaved) {
   other.Close(false);
 }
 
+// The used area is asked for once while only reading calls follow; any
+// other call (a write, a save) makes the next question go to the office.
+TEST_F(DirectExportTest, UsedAreaFollowsEveryChange) {
+  auto& app = SharedExcel();
+  Workbook& source = app.GetWorkbooks().Add();
+  auto sheet = source.GetWorksheets().Item(1);
+  sheet->GetRange("A1:B2")->SetValue(Block{{Cell(1.0), Cell(2.0)}, {Cell(3.0), Cell(4.0)}});
+  EXPECT_EQ(sheet->UsedRange()->Address(), "$A$1:$B$2");
+  EXPECT_EQ(sheet->Cells(2, 2)->Address(), "$B$2");
+  EXPECT_EQ(sheet->UsedRange()->Address(), "$A$1:$B$2");
+  sheet->GetRange("D3")->SetValue(Cell(5.0));
+  EXPECT_EQ(sheet->UsedRange()->Address(), "$A$1:$D$3");
+  sheet->GetRange("D3")->SetValue(Cell());
+  EXPECT_EQ(sheet->UsedRange()->Address(), "$A$1:$B$2");
+
+  // The size read before a write beyond it: the sheet now holds more than
+  // the copy, so it is not written straight, and the text is the copy's.
+  const auto used = sheet->UsedRange();
+  const std::string address = "$A$1:" + sheet->Cells(used->RowsCount(), used->ColumnsCount())->Address();
+  sheet->GetRange("C1")->SetValue(Cell(9.0));
+  Workbook& fresh = app.GetWorkbooks().Add();
+  fresh.GetWorksheets().Item(1)->GetRange(address)->CopyValueFrom(*sheet->GetRange(address));
+  auto& uno = dynamic_cast<UnoApplication&>(app);
+  const int32_t before = uno.DirectTextExports();
+  SaveAsOptions csv;
+  csv.file_format = 6;
+  fresh.SaveAs(Path("grown.csv").string(), csv);
+  EXPECT_EQ(uno.DirectTextExports(), before);
+  EXPECT_EQ(ReadFile(Path("grown.csv")), "1,2\r\n3,4\r\n");
+  fresh.SetSaved(true);
+  fresh.Close(false);
+
+  // Unchanged since it was read: written straight, the same text.
+  bool straight = false;
+  EXPECT_EQ(Export(app, source, "Sheet1", 6, Path("same.csv"), true, &straight), "1,2,9\r\n3,4,\r\n");
+  EXPECT_TRUE(straight);
+  source.SetSaved(true);
+  source.Close(false);
+}
+
 }  // namespace
 }  // namespace tabulon::office::uno::testing
