@@ -14,6 +14,7 @@
 #include <com/sun/star/table/XColumnRowRange.hpp>
 #include <com/sun/star/table/XTableColumns.hpp>
 #include <com/sun/star/util/XModifiable.hpp>
+#include <com/sun/star/ui/XUIConfigurationManagerSupplier.hpp>
 
 #include "office/uno/calc_workbook.h"
 #include "office/uno/save_files.h"
@@ -187,6 +188,12 @@ void CalcWorkbook::SaveAs(const std::string& given_name, const SaveAsOptions& op
                                                   Prop("Overwrite", Any(true))};
       if (!password.empty()) args.push_back(Prop("Password", Any(ToOUString(password))));
       if (reservation) args.push_back(Prop("ModifyPasswordInfo", ReservationArgument(*reservation)));
+      // The office writes a new document's (empty) user-interface
+      // settings into an OpenDocument file; a document made without a view
+      // has none until asked for them, so it is asked, and the file is the
+      // one a new workbook with a view gives.
+      if (made_without_view_ && std::strcmp(format->filter, "calc8") == 0)
+        Reference<css::ui::XUIConfigurationManagerSupplier>(component_, UNO_QUERY_THROW)->getUIConfigurationManager();
       Reference<css::frame::XStorable> storable(component_, UNO_QUERY_THROW);
       storable->storeToURL(ToOUString(FileUrl(written)),
                            Sequence<css::beans::PropertyValue>(args.data(), args.size()));

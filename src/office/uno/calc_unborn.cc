@@ -2,7 +2,7 @@
 
 #include <com/sun/star/container/XIndexAccess.hpp>
 #include <com/sun/star/container/XNamed.hpp>
-#include <com/sun/star/frame/XComponentLoader.hpp>
+#include <com/sun/star/frame/XLoadable.hpp>
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
 #include <com/sun/star/util/XModifiable.hpp>
 
@@ -14,12 +14,13 @@ namespace tabulon::office::uno {
 namespace {
 
 // A new office document as Workbooks.Add gives it: one sheet, "Sheet1".
+// Made as a bare document, without the window and view that the desktop's
+// loader would give it (a third of the cost of a new workbook; a view is
+// made when one is needed, as for opened workbooks).
 Reference<css::lang::XComponent> NewDocument(Session& session) {
-  Reference<css::frame::XComponentLoader> loader(session.desktop(), UNO_QUERY_THROW);
-  auto args = ToSequence<css::beans::PropertyValue>({Prop("Hidden", Any(true))});
-  Reference<css::lang::XComponent> component =
-      loader->loadComponentFromURL("private:factory/scalc", "_blank", 0, args);
-  if (!component.is()) throw Error(ErrorKind::kAutomation, "cannot create a workbook");
+  Reference<css::lang::XComponent> component(session.Create("com.sun.star.sheet.SpreadsheetDocument"),
+                                             UNO_QUERY_THROW);
+  Reference<css::frame::XLoadable>(component, UNO_QUERY_THROW)->initNew();
   // One sheet named Sheet1, as Excel set to one sheet per new workbook.
   Reference<css::sheet::XSpreadsheetDocument> document(component, UNO_QUERY_THROW);
   auto sheets = document->getSheets();
@@ -58,6 +59,7 @@ void UnbornState::Bear() {
   unborn_ = false;
   first_sheet_ = active;
   book_->set_plain(true);
+  book_->set_made_without_view(true);
   if (copy) {
     if (copy->source->closed() || copy->source->unborn_state().unborn())
       throw Error(ErrorKind::kAutomation, "the copied workbook is gone");

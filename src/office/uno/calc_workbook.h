@@ -156,6 +156,8 @@ class CalcWorkbook : public Workbook {
     reservation_ = std::move(reservation);
     reservation_password_ = std::move(password);
   }
+  // Made as a bare document by Workbooks.Add (see UnbornState::Bear).
+  void set_made_without_view(bool value) { made_without_view_ = value; }
 
  private:
   void StoreText(const std::string& temp, const FileFormat& format);
@@ -189,6 +191,7 @@ class CalcWorkbook : public Workbook {
     CellRect rect;
   };
   UsedAreaAnswer used_cache_;
+  bool made_without_view_ = false;
   UnbornState unborn_;
   CalcWorksheets worksheets_;
 };
