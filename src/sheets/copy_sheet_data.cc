@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "control/applications.h"
 #include "control/control_state.h"
+#include "control/open_ahead.h"
 #include "control/workbook_method.h"
 #include "convert/sheet_list.h"
 #include "convert/sheet_lookup.h"
@@ -99,52 +101,65 @@ int32_t TabulonCtrl::CopySheetData(std::string& sPathOriginal, std::string& sShe
   office::Application* original_app = target_app != nullptr ? apps.Excel() : nullptr;
   if (original_app == nullptr) return apps.CloseAll(kExcelNotCreated);
 
+  const office::OpenOptions original_open = WorkbookMethod::SourceOpenOptions(s, sPathOriginal, sPathTarget);
   int32_t code = kSuccess;
   try {
-    office::Workbook* target_book = nullptr;
-    if (target_is_new) {
-      // Written at once; a failure further on leaves it as an empty workbook.
-      code = AddTargetWorkbook(s, *target_app, sPathTarget, sSheetTarget);
-      if (code != kSuccess) return apps.CloseAll(code);
-      target_book = &target_app->ActiveWorkbook();
-    } else {
-      office::OpenOptions open;
-      open.read_only = false;
-      open.password = s.output_password;
-      open.write_res_password = s.output_password_tw;
-      target_book = &target_app->GetWorkbooks().Open(sPathTarget, open);
-    }
-
-    original_app->GetWorkbooks().Open(sPathOriginal, WorkbookMethod::SourceOpenOptions(s, sPathOriginal, sPathTarget));
-    const auto original_sheet = GetSheetByNameOrIndex(original_app->GetWorkbooks().Item(1), sSheetOriginal);
-    if (!original_sheet) return apps.CloseAll(s.Fail(kSheetMissing, msg::kOriginalSheetMissing));
-
-    auto target_sheet = GetSheetByNameOrIndex(*target_book, sSheetTarget);
-    if (!target_sheet) {
-      if (!bAddSheetsIfNecessary) return apps.CloseAll(s.Fail(kTargetSheetMissing, msg::kTargetSheetMissing));
-      target_sheet = target_book->GetWorksheets().Add(nullptr, nullptr, office::kXlWorksheet);
-    }
-
-    for (const std::string& area : Split(SourceAddress(*original_sheet, sRangeToCopyFrom), ',')) {
-      CopyArea(*original_sheet, area, *target_sheet, sRangeToCopyTo, bDoFormula);
-    }
-
-    if (bCopyNameOfSheet) {
-      const std::string name = original_sheet->Name();
-      try {
-        target_sheet->SetName(name);
-      } catch (const office::Error& error) {
-        if (error.kind() != office::ErrorKind::kAutomation && error.kind() != office::ErrorKind::kNotFound) throw;
+    // The steps end, on every path, only once the original's open is done.
+    code = [&]() -> int32_t {
+      office::Workbook* target_book = nullptr;
+      std::optional<OpenAhead> original_ahead;
+      if (target_is_new) {
+        // The original's office opens it while the target's office makes
+        // the new target and saves it: two processes at work at once.
+        original_ahead.emplace(*original_app, sPathOriginal, original_open);
+        // Written at once; a failure further on leaves it as an empty workbook.
+        const int32_t made = AddTargetWorkbook(s, *target_app, sPathTarget, sSheetTarget);
+        if (made != kSuccess) return made;
+        target_book = &target_app->ActiveWorkbook();
+      } else {
+        office::OpenOptions open;
+        open.read_only = false;
+        open.password = s.output_password;
+        open.write_res_password = s.output_password_tw;
+        target_book = &target_app->GetWorkbooks().Open(sPathTarget, open);
       }
-      // The copied cells stay in the open target, which is not saved.
-      if (target_sheet->Name() != name) return apps.CloseAll(s.Fail(kDuplicateSheetName, msg::kDuplicateSheetName));
-    }
 
-    office::SaveAsOptions save;
-    save.file_format = office::kXlWorkbookNormal;
-    save.access_mode = office::kXlNoChange;
-    target_book->SaveAs(sPathTarget, save);
-    target_book->SetSaved(true);
+      if (original_ahead) {
+        original_ahead->Get();
+      } else {
+        original_app->GetWorkbooks().Open(sPathOriginal, original_open);
+      }
+      const auto original_sheet = GetSheetByNameOrIndex(original_app->GetWorkbooks().Item(1), sSheetOriginal);
+      if (!original_sheet) return s.Fail(kSheetMissing, msg::kOriginalSheetMissing);
+
+      auto target_sheet = GetSheetByNameOrIndex(*target_book, sSheetTarget);
+      if (!target_sheet) {
+        if (!bAddSheetsIfNecessary) return s.Fail(kTargetSheetMissing, msg::kTargetSheetMissing);
+        target_sheet = target_book->GetWorksheets().Add(nullptr, nullptr, office::kXlWorksheet);
+      }
+
+      for (const std::string& area : Split(SourceAddress(*original_sheet, sRangeToCopyFrom), ',')) {
+        CopyArea(*original_sheet, area, *target_sheet, sRangeToCopyTo, bDoFormula);
+      }
+
+      if (bCopyNameOfSheet) {
+        const std::string name = original_sheet->Name();
+        try {
+          target_sheet->SetName(name);
+        } catch (const office::Error& error) {
+          if (error.kind() != office::ErrorKind::kAutomation && error.kind() != office::ErrorKind::kNotFound) throw;
+        }
+        // The copied cells stay in the open target, which is not saved.
+        if (target_sheet->Name() != name) return s.Fail(kDuplicateSheetName, msg::kDuplicateSheetName);
+      }
+
+      office::SaveAsOptions save;
+      save.file_format = office::kXlWorkbookNormal;
+      save.access_mode = office::kXlNoChange;
+      target_book->SaveAs(sPathTarget, save);
+      target_book->SetSaved(true);
+      return kSuccess;
+    }();
   } catch (const office::Error& error) {
     code = FailWithOfficeError(s, error);
   }
