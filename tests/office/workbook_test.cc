@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "office_test_env.h"
@@ -441,6 +442,27 @@ TEST_F(WorkbookTest, EditsCellsLikeExcel) {
   sheet.GetRange("A1:B2")->Clear();
   EXPECT_EQ(sheet.UsedRange()->Address(), "$A$1");
   book.Close(false);
+}
+
+TEST_F(WorkbookTest, ACommentInANewWorkbookKeepsItsTextInTheSavedFile) {
+  auto& app = SharedExcel();
+  const std::pair<int32_t, const char*> formats[] = {{51, "xlsx"}, {-4143, "xls"}, {60, "ods"}};
+  for (const auto& [format, extension] : formats) {
+    Workbook& book = app.GetWorkbooks().Add();
+    std::unique_ptr<Worksheet> keep;
+    Worksheet& sheet = First(book, keep);
+    sheet.GetRange("A1")->SetValue(N(1));
+    sheet.GetRange("C1")->AddComment("a comment");
+    EXPECT_EQ(sheet.GetRange("C1")->CommentText(), "a comment") << format;
+    const std::string path = Path(std::string("comment.") + extension).string();
+    SaveAsOptions as;
+    as.file_format = format;
+    book.SaveAs(path, as);
+    book.Close(false);
+    Workbook& opened = app.GetWorkbooks().Open(path, {});
+    EXPECT_EQ(opened.GetWorksheets().Item(1)->GetRange("C1")->CommentText(), "a comment") << format;
+    opened.Close(false);
+  }
 }
 
 TEST_F(WorkbookTest, CopyAndPasteSpecialTransposeAndMoveReferences) {

@@ -2,6 +2,7 @@
 
 #include <com/sun/star/container/XIndexAccess.hpp>
 #include <com/sun/star/container/XNamed.hpp>
+#include <com/sun/star/drawing/XDrawPageSupplier.hpp>
 #include <com/sun/star/frame/XLoadable.hpp>
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
 #include <com/sun/star/util/XModifiable.hpp>
@@ -15,16 +16,19 @@ namespace {
 
 // A new office document as Workbooks.Add gives it: one sheet, "Sheet1".
 // Made as a bare document, without the window and view that the desktop's
-// loader would give it (a third of the cost of a new workbook; a view is
-// made when one is needed, as for opened workbooks).
+// loader would give it (most of the cost of a new workbook; a view is made
+// when one is needed, as for opened workbooks).
 Reference<css::lang::XComponent> NewDocument(Session& session) {
   Reference<css::lang::XComponent> component(session.Create("com.sun.star.sheet.SpreadsheetDocument"),
                                              UNO_QUERY_THROW);
   Reference<css::frame::XLoadable>(component, UNO_QUERY_THROW)->initNew();
-  // One sheet named Sheet1, as Excel set to one sheet per new workbook.
   Reference<css::sheet::XSpreadsheetDocument> document(component, UNO_QUERY_THROW);
   auto sheets = document->getSheets();
   Reference<css::container::XIndexAccess> index(sheets, UNO_QUERY_THROW);
+  // The view would also make the document's drawing layer, which holds the
+  // text of comments: without it a comment added later keeps no text.
+  Reference<css::drawing::XDrawPageSupplier>(index->getByIndex(0), UNO_QUERY_THROW)->getDrawPage();
+  // One sheet named Sheet1, as Excel set to one sheet per new workbook.
   while (index->getCount() > 1) {
     Reference<css::container::XNamed> last(index->getByIndex(index->getCount() - 1), UNO_QUERY_THROW);
     sheets->removeByName(last->getName());
