@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -428,6 +429,90 @@ TEST_F(CellEdit, ClearCellsClearsWhatItsSelectorNames) {
   }
   s = clear(5, "A1:C1");  // no outline here: nothing else changes
   EXPECT_EQ(s.value, Cell(1234.5));
+}
+
+// Runs a script of Debian's python3 (which has openpyxl) with `args`; its
+// standard output.
+std::string Python(const fs::path& folder, const std::string& script, const std::string& args) {
+  const fs::path file = folder / "script.py";
+  std::ofstream(file) << script;
+  std::string text;
+  FILE* pipe = popen(("/usr/bin/python3 '" + file.string() + "' " + args + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return text;
+  char buffer[512];
+  while (fgets(buffer, sizeof buffer, pipe) != nullptr) text += buffer;
+  pclose(pipe);
+  fs::remove(file);
+  return text;
+}
+
+TEST_F(CellEdit, ClearOutlineUngroupsTheRowsAndColumnsOfTheRange) {
+  // Written by openpyxl, so that the grouping does not come from the office
+  // under test: values 11..104 in A1:D10; rows 2-5 grouped with 3-4 inside
+  // them, rows 8-9 grouped, columns B-C grouped.
+  source_ = (folder_ / "grouped.xlsx").string();
+  Python(folder_,
+         "import sys, openpyxl\n"
+         "wb = openpyxl.Workbook(); ws = wb.active; ws.title = 'Grouped'\n"
+         "for r in range(1, 11):\n"
+         "    for c in range(1, 5): ws.cell(row=r, column=c, value=r * 10 + c)\n"
+         "ws.row_dimensions.group(2, 5, outline_level=1)\n"
+         "ws.row_dimensions.group(3, 4, outline_level=2)\n"
+         "ws.row_dimensions.group(8, 9, outline_level=1)\n"
+         "ws.column_dimensions.group('B', 'C', outline_level=1)\n"
+         "wb.create_sheet('Other')['A1'] = 'x'\n"
+         "wb.save(sys.argv[1])\n",
+         "'" + source_ + "'");
+  ASSERT_TRUE(fs::exists(source_));
+  Block values;
+  for (int r = 1; r <= 10; ++r) {
+    values.emplace_back();
+    for (int c = 1; c <= 4; ++c) values.back().emplace_back(static_cast<double>(r * 10 + c));
+  }
+  // The outline levels of rows 1-10, then of columns A-D, of the target's
+  // sheet, as openpyxl reads them from an .xlsx the reader's office makes
+  // of the target.
+  auto levels = [&] {
+    const std::string xlsx = (folder_ / "check.xlsx").string();
+    office::Workbook& book = reader().GetWorkbooks().Open(target_, {});
+    office::SaveAsOptions as;
+    as.file_format = 51;
+    book.SaveAs(xlsx, as);
+    book.Close(false);
+    return Python(folder_,
+                  "import sys, openpyxl\n"
+                  "ws = openpyxl.load_workbook(sys.argv[1])['Grouped']\n"
+                  "print(' '.join(str(ws.row_dimensions[r].outline_level) for r in range(1, 11)))\n"
+                  "columns = {}\n"
+                  "for d in ws.column_dimensions.values():\n"
+                  "    for c in range(d.min or 0, (d.max or 0) + 1): columns[c] = d.outline_level\n"
+                  "print(' '.join(str(columns.get(c, 0)) for c in range(1, 5)))\n",
+                  "'" + xlsx + "'");
+  };
+  struct Case {
+    int32_t what;
+    std::string range;
+    std::string levels;
+  };
+  const Case cases[] = {
+      // A selector that clears nothing: the grouping survives the save and
+      // the read-back, so the cases below can see it go.
+      {6, "", "0 1 2 2 1 0 0 1 1 0\n0 1 1 0\n"},
+      // Both levels of rows 2-5 and the columns, which lie in the range;
+      // rows 8-9 lie outside it and stay grouped.
+      {5, "A1:D6", "0 0 0 0 0 0 0 1 1 0\n0 0 0 0\n"},
+      // The used range: every group.
+      {5, "", "0 0 0 0 0 0 0 0 0 0\n0 0 0 0\n"},
+  };
+  for (const Case& c : cases) {
+    std::string sheet = "Grouped", range = c.range;
+    int32_t what = c.what;
+    fs::remove(target_);
+    const Outcome o = Call(control(), [&] { return control().ClearCells(source_, target_, what, sheet, range); });
+    ASSERT_EQ(o.code, 0) << c.what << " " << c.range << ": " << o.error;
+    EXPECT_EQ(levels(), c.levels) << c.what << " " << c.range;
+    EXPECT_EQ(Cells("Grouped"), values) << c.what << " " << c.range;
+  }
 }
 
 TEST_F(CellEdit, TransposeWritesTheTurnedBlockFromA1) {
