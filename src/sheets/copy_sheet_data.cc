@@ -10,7 +10,7 @@
 
 #include "control/applications.h"
 #include "control/control_state.h"
-#include "control/open_ahead.h"
+#include "control/office_ahead.h"
 #include "control/workbook_method.h"
 #include "convert/sheet_list.h"
 #include "convert/sheet_lookup.h"
@@ -107,11 +107,11 @@ int32_t TabulonCtrl::CopySheetData(std::string& sPathOriginal, std::string& sShe
     // The steps end, on every path, only once the original's open is done.
     code = [&]() -> int32_t {
       office::Workbook* target_book = nullptr;
-      std::optional<OpenAhead> original_ahead;
+      std::optional<OfficeAhead> original_opening;
       if (target_is_new) {
         // The original's office opens it while the target's office makes
         // the new target and saves it: two processes at work at once.
-        original_ahead.emplace(*original_app, sPathOriginal, original_open);
+        original_opening.emplace([&] { original_app->GetWorkbooks().Open(sPathOriginal, original_open); });
         // Written at once; a failure further on leaves it as an empty workbook.
         const int32_t made = AddTargetWorkbook(s, *target_app, sPathTarget, sSheetTarget);
         if (made != kSuccess) return made;
@@ -124,8 +124,8 @@ int32_t TabulonCtrl::CopySheetData(std::string& sPathOriginal, std::string& sShe
         target_book = &target_app->GetWorkbooks().Open(sPathTarget, open);
       }
 
-      if (original_ahead) {
-        original_ahead->Get();
+      if (original_opening) {
+        original_opening->Wait();
       } else {
         original_app->GetWorkbooks().Open(sPathOriginal, original_open);
       }
@@ -153,6 +153,9 @@ int32_t TabulonCtrl::CopySheetData(std::string& sPathOriginal, std::string& sShe
         if (target_sheet->Name() != name) return s.Fail(kDuplicateSheetName, msg::kDuplicateSheetName);
       }
 
+      // The original is done with: its office closes it while the other
+      // one saves the target (the clean-up would close it after the save).
+      OfficeAhead original_closing([&] { original_app->GetWorkbooks().Close(); });
       office::SaveAsOptions save;
       save.file_format = office::kXlWorkbookNormal;
       save.access_mode = office::kXlNoChange;
