@@ -4,6 +4,7 @@
 
 #include <com/sun/star/beans/XPropertySet.hpp>
 #include <com/sun/star/container/XIndexAccess.hpp>
+#include <com/sun/star/container/NoSuchElementException.hpp>
 #include <com/sun/star/container/XNamed.hpp>
 #include <com/sun/star/sheet/XCellRangeAddressable.hpp>
 #include <com/sun/star/sheet/XSpreadsheets2.hpp>
@@ -241,7 +242,14 @@ std::unique_ptr<Worksheet> CalcWorksheets::Item(int32_t n) {
 
 std::unique_ptr<Worksheet> CalcWorksheets::Item(const std::string& name) {
   return book_->Call("Worksheets.Item", [&] {
-    // Excel's sheet names are compared without regard to case.
+    // Excel's sheet names are compared without regard to case. The office's
+    // are unique without regard to case too, so a sheet of exactly that
+    // name is the one; asking for it first spares the list of names.
+    try {
+      return std::make_unique<CalcWorksheet>(
+          book_, SheetRef(book_->sheets()->getByName(ToOUString(name)), UNO_QUERY_THROW));
+    } catch (const css::container::NoSuchElementException&) {
+    }
     const auto names = book_->sheets()->getElementNames();
     for (const auto& n : names) {
       if (EqualsIgnoreCase(n, name))
